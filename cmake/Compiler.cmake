@@ -1,0 +1,46 @@
+# How every target of the project is compiled.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+option(CVTP_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
+set(CVTP_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
+option(CVTP_COVERAGE "Build for a coverage report" OFF)
+
+if(MSVC)
+    add_compile_options(/W4)
+else()
+    add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow=local -Wnon-virtual-dtor
+                        -Woverloaded-virtual -Wformat=2 -Wundef)
+endif()
+if(CVTP_WERROR)
+    set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
+endif()
+if(CVTP_SANITIZE)
+    add_compile_options(-fsanitize=${CVTP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${CVTP_SANITIZE})
+endif()
+if(CVTP_COVERAGE)
+    add_compile_options(--coverage)
+    add_link_options(--coverage)
+endif()
+
+# A layer of the library: an object library that may include what stands below the repository's root.
+function(cvtp_add_layer name)
+    # TEMPORARY while the tree is being written: sources that are not there yet are left out.
+    set(present)
+    foreach(source IN LISTS ARGN)
+        if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${source})
+            list(APPEND present ${source})
+        endif()
+    endforeach()
+    add_library(${name} OBJECT ${present})
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_compile_definitions(${name} PRIVATE CVTP_BUILDING)
+    target_link_libraries(${name} PUBLIC Poco::Foundation Threads::Threads)
+endfunction()

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+/// The log and the communication trace of the whole process.
+///
+/// The gates (isError and so on) are one atomic load, so a caller asks before it composes a message. A writer tests
+/// its gate itself, then takes a lock of its own while it writes, so that lines of several threads never mix.
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+/// Stores the two streams (not owned, either may be null) and the two levels. Without `commFile` there is no trace,
+/// whatever `commLevel` is. When this returns, no thread writes to the streams of before any more.
+///
+/// @param logLevel 0 off, 1 ERROR, 2 WARN, 3 INFO, 4 DEBUG; any other value is off.
+/// @param commLevel 0 off, 1 input, 2 output, 3 both; any other value is off.
+void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commLevel);
+
+/// The correlation id of the calling thread, which each later log line and trace prefix of that thread carries.
+void setCorrelationId(const std::string& id);
+
+bool isError();
+bool isWarn();
+bool isInfo();
+bool isDebug();
+bool isInputTraced();
+bool isOutputTraced();
+
+void logError(const std::string& message);
+void logWarn(const std::string& message);
+void logInfo(const std::string& message);
+void logDebug(const std::string& message);
+
+/// Write bytes that came from a pipe (input) or go to one (output), as they are and without a terminator, each time
+/// after a line with time, direction and correlation id when `prefix` asks for it.
+void traceInput(const std::string& text, bool prefix);
+void traceInput(const char* data, std::size_t length, bool prefix);
+void traceOutput(const std::string& text, bool prefix);
+void traceOutput(const char* data, std::size_t length, bool prefix);
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+namespace Corvane {
+namespace StringUtils {
+
+/// The white space that trim() removes: blank, tab, CR, LF, vertical tab and form feed.
+extern const char* const WHITE_SPACE;
+
+/// A copy of `text` without the characters of `characters` at its two ends.
+std::string trim(const std::string& text, const char* characters = WHITE_SPACE);
+
+/// A copy of `text` in which each CR, LF and NUL became one blank, so that it cannot end the line it stands in.
+std::string onOneLine(const std::string& text);
+
+/// The same in place.
+void putOnOneLine(std::string& text);
+
+}  // namespace StringUtils
+}  // namespace Corvane
