@@ -1,0 +1,40 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cvtp/internal/CvtpHeader.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+/// The headers of a message, kept in the order of their upper-cased names, under which they are also found: the
+/// order in which they were added is not kept, and names compare without regard to case.
+class CvtpHeaders {
+ public:
+    using Map = std::map<std::string, CvtpHeader>;
+
+    /// Appends to a header that is there, without touching its name as shown; else adds it.
+    void add(const std::string& name, const std::string& value);
+    /// Replaces values and shown name.
+    void set(const std::string& name, const std::string& value);
+    void remove(const std::string& name);
+
+    /// The first value, or "".
+    std::string get(const std::string& name) const;
+    std::vector<std::string> getAll(const std::string& name) const;
+    /// The names as shown.
+    std::vector<std::string> names() const;
+
+    Map::const_iterator begin() const { return headers.begin(); }
+    Map::const_iterator end() const { return headers.end(); }
+
+ private:
+    Map headers;
+};
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

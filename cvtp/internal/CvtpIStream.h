@@ -1,0 +1,20 @@
+#pragma once
+
+#include <istream>
+
+#include "cvtp/internal/IStreamBuffer.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+/// The stream that a body is read from. What the pipe throws while it is read passes through.
+class CvtpIStream : public std::istream {
+ public:
+    /// @param decoder not owned.
+    explicit CvtpIStream(IStreamBuffer<char>& decoder);
+};
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

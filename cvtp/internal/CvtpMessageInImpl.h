@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <istream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cvtp/CvtpMessageIn.h"
+#include "cvtp/internal/CvtpHeaders.h"
+
+namespace Corvane {
+
+namespace Xml {
+class Utf8String;
+}
+
+namespace Internal {
+namespace Cvtp {
+
+class CvtpIStream;
+template <class CharT>
+class IStreamBuffer;
+
+/// Reads one message from a stream.
+class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
+ public:
+    /// @param in not owned. @param tag TAG_ACCEPT or TAG_RECEIVE. @param decoder not owned.
+    /// @param bufferSize of the body decoder, in bytes; below 1 counts as 1.
+    CvtpMessageInImpl(std::istream* in, const char* tag, Xml::Utf8String* decoder, int bufferSize);
+    ~CvtpMessageInImpl() override;
+    CvtpMessageInImpl(const CvtpMessageInImpl&) = delete;
+    CvtpMessageInImpl& operator=(const CvtpMessageInImpl&) = delete;
+
+    using CvtpMessageIn::getBody;
+
+    std::string getStartLine() override;
+    std::string getHeader(const std::string& name) const override;
+    std::vector<std::string> getHeaders(const std::string& name) const override;
+    std::vector<std::string> getHeaderNames() const override;
+    void getBody(char*& data, std::size_t& length) override;
+    std::istream* getBodyStream() override;
+
+    /// Reads no further than the start line; the next call that needs the head goes on with the headers. Lets a
+    /// server wait longer for a request to begin than for the rest of it.
+    void awaitStartLine();
+
+    /// True once a start line was read; false while getStartLine() gives the placeholder.
+    bool hasStartLine() const;
+
+    bool isWholeBodyRead() const;
+
+ private:
+    void readHead();
+    void readHeaders();
+    void readHeaderLine(std::string& line) const;
+    void createDecoder();
+    std::string placeholder() const;
+    void requireBodyStream();
+
+    std::istream* in;
+    std::string tag;
+    std::string startLine;
+    CvtpHeaders headers;
+    std::unique_ptr<IStreamBuffer<char>> bodyDecoder;
+    std::unique_ptr<CvtpIStream> bodyStream;
+    /// Header values are taken as they are, since text is UTF-8 on both sides of it.
+    [[maybe_unused]] Xml::Utf8String* decoder;
+    int bufferSize;
+    /// What was tried once is not tried again, whether it failed or not: after a failure nobody knows where in the
+    /// message the stream stands.
+    bool startLineTried = false;
+    bool headersTried = false;
+};
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

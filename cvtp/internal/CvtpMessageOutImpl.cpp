@@ -1,0 +1,129 @@
+#include "cvtp/internal/CvtpMessageOutImpl.h"
+
+#include <cstring>
+#include <new>
+
+#include "cvtp/internal/LogAndThrow.h"
+#include "cvtp/internal/Logging.h"
+#include "cvtp/internal/StreamUtil.h"
+#include "io/Exceptions.h"
+#include "support/StringUtils.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+namespace {
+
+/// With its CR LF.
+const std::size_t MAX_HEADER_LINE = 2048;
+
+}  // namespace
+
+CvtpMessageOutImpl::CvtpMessageOutImpl(Corvane::Cvtp::CvtpMessageOut* owner, const char* tag,
+                                       Xml::Utf8String* encoder)
+    : owner(owner), tag(tag), encoder(encoder) {}
+
+std::string CvtpMessageOutImpl::getStartLine() {
+    return owner->getStartLine();
+}
+
+void CvtpMessageOutImpl::addHeader(const std::string& name, const std::string& value) {
+    headers.add(StringUtils::onOneLine(name), StringUtils::onOneLine(value));
+}
+
+void CvtpMessageOutImpl::setHeader(const std::string& name, const std::string& value) {
+    headers.set(StringUtils::onOneLine(name), StringUtils::onOneLine(value));
+}
+
+void CvtpMessageOutImpl::removeHeader(const std::string& name) {
+    headers.remove(StringUtils::onOneLine(name));
+}
+
+void CvtpMessageOutImpl::setBody(const char* data, std::size_t length) {
+    // Appended, not replaced, on purpose: a second call leaves both lengths in the header.
+    addHeader(HEADER_CONTENT_LENGTH, std::to_string(length));
+    body.reset(static_cast<char*>(std::malloc(length + 1)));
+    if (!body) {
+        throw std::bad_alloc();
+    }
+    if (length > 0) {
+        std::memcpy(body.get(), data, length);
+    }
+    body.get()[length] = '\0';
+    bodyLength = length;
+}
+
+bool CvtpMessageOutImpl::isCommitted() const {
+    return committed;
+}
+
+std::int64_t CvtpMessageOutImpl::getBodyLength() const {
+    return body ? static_cast<std::int64_t>(bodyLength) : -1;
+}
+
+void CvtpMessageOutImpl::writeBody(std::ostream& out) const {
+    if (body) {
+        out.write(body.get(), static_cast<std::streamsize>(bodyLength));
+    }
+}
+
+void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
+    if (committed) {
+        return;
+    }
+    const std::string head = composeHead();
+    writeHead(out, head);
+    report(head);
+}
+
+std::string CvtpMessageOutImpl::composeHead() const {
+    std::string head = owner->getStartLine();
+    StringUtils::putOnOneLine(head);
+    head += "\r\n";
+    for (const auto& header : headers) {
+        const std::size_t before = head.size();
+        appendHeaderLine(head, header.second);
+        if (head.size() - before > MAX_HEADER_LINE) {
+            logAndThrow<Io::IllegalStateException>("The header " + header.second.getName() +
+                                                   " exceeded the 2048 byte limit.");
+        }
+    }
+    head += "\r\n";
+    return head;
+}
+
+void CvtpMessageOutImpl::appendHeaderLine(std::string& head, const CvtpHeader& header) {
+    head += header.getName();
+    head += ": ";
+    bool first = true;
+    for (const std::string& value : header.valueList()) {
+        if (!first) {
+            head += ',';
+        }
+        head += value;
+        first = false;
+    }
+    head += "\r\n";
+}
+
+void CvtpMessageOutImpl::writeHead(std::ostream& out, const std::string& head) {
+    StreamUtil::requireWritable(out);
+    out.write(head.data(), static_cast<std::streamsize>(head.size()));
+    out.flush();
+    StreamUtil::requireWritable(out);
+    committed = true;
+}
+
+void CvtpMessageOutImpl::report(const std::string& head) const {
+    if (isOutputTraced()) {
+        traceOutput(tag + head, true);
+    }
+    if (isDebug()) {
+        logDebug(tag + head);
+    }
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "cvtp/CvtpMessageOut.h"
+#include "cvtp/internal/CvtpHeaderWriter.h"
+#include "cvtp/internal/CvtpHeaders.h"
+
+namespace Corvane {
+
+namespace Xml {
+class Utf8String;
+}
+
+namespace Internal {
+namespace Cvtp {
+
+/// Headers and body of an outgoing message, and the writing of its head. The request or response that owns it
+/// builds the start line.
+class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHeaderWriter {
+ public:
+    /// @param owner not owned; asked for the start line. @param tag TAG_SEND or TAG_REPLY. @param encoder not
+    /// owned.
+    CvtpMessageOutImpl(Corvane::Cvtp::CvtpMessageOut* owner, const char* tag, Xml::Utf8String* encoder);
+
+    std::string getStartLine() override;
+    void addHeader(const std::string& name, const std::string& value) override;
+    void setHeader(const std::string& name, const std::string& value) override;
+    void removeHeader(const std::string& name) override;
+    void setBody(const char* data, std::size_t length) override;
+    bool isCommitted() const override;
+
+    /// The length given to setBody(), or -1 when it was not called.
+    std::int64_t getBodyLength() const;
+    /// Writes the bytes given to setBody(), if any.
+    void writeBody(std::ostream& out) const;
+
+    /// Writes the head, flushes it, and only then counts as committed. Does nothing when that was done before.
+    ///
+    /// @throws Io::IllegalStateException a header line is longer than 2048 bytes; nothing has been written then.
+    /// @throws Io::CvPipeException the stream has failed; and what the stream throws.
+    void writeHeaders(std::ostream& out) override;
+
+ private:
+    struct Free {
+        void operator()(char* bytes) const { std::free(bytes); }
+    };
+
+    std::string composeHead() const;
+    static void appendHeaderLine(std::string& head, const CvtpHeader& header);
+    void writeHead(std::ostream& out, const std::string& head);
+    void report(const std::string& head) const;
+
+    Corvane::Cvtp::CvtpMessageOut* owner;
+    std::string tag;
+    CvtpHeaders headers;
+    bool committed = false;
+    std::unique_ptr<char, Free> body;
+    std::uint64_t bodyLength = 0;
+    /// Header values go out as they are, since text is UTF-8 on both sides of it.
+    [[maybe_unused]] Xml::Utf8String* encoder;
+};
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

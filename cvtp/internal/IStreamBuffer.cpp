@@ -1,0 +1,240 @@
+#include "cvtp/internal/IStreamBuffer.h"
+
+#include <algorithm>
+
+#include "cvtp/internal/FramingNumbers.h"
+#include "cvtp/internal/Logging.h"
+#include "cvtp/internal/TransferSummary.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+template <class CharT>
+IStreamBuffer<CharT>::IStreamBuffer(std::basic_istream<CharT>& stream, std::int64_t length, int bufferSize)
+    : remaining(length > 0 ? static_cast<std::uint64_t>(length) : 0),
+      chunked(false),
+      stream(stream),
+      bufferSize(static_cast<std::size_t>(std::max(bufferSize, 1))),
+      complete(remaining == 0) {}
+
+template <class CharT>
+IStreamBuffer<CharT>::IStreamBuffer(std::basic_istream<CharT>& stream, int bufferSize)
+    : remaining(0), chunked(true), stream(stream), bufferSize(static_cast<std::size_t>(std::max(bufferSize, 1))) {}
+
+template <class CharT>
+bool IStreamBuffer<CharT>::isComplete() const {
+    return complete;
+}
+
+template <class CharT>
+typename IStreamBuffer<CharT>::int_type IStreamBuffer<CharT>::underflow() {
+    if (this->gptr() == this->egptr()) {
+        reserveArea(areaSizeNeeded());
+        const std::size_t n = read(area.get(), areaSize);
+        this->setg(area.get(), area.get(), area.get() + n);
+        if (n == 0) {
+            return Traits::eof();
+        }
+    }
+    return Traits::to_int_type(*this->gptr());
+}
+
+template <class CharT>
+std::streamsize IStreamBuffer<CharT>::xsgetn(CharT* target, std::streamsize n) {
+    const std::size_t wanted = n > 0 ? static_cast<std::size_t>(n) : 0;
+    std::size_t taken = 0;
+    try {
+        taken = takeBuffered(target, wanted);
+        bool more = true;
+        while (taken < wanted && more) {
+            std::size_t count = 0;
+            if (isWorthReadingStraight(wanted - taken)) {
+                count = read(target + taken, wanted - taken);
+            } else if (!Traits::eq_int_type(underflow(), Traits::eof())) {
+                count = takeBuffered(target + taken, wanted - taken);
+            }
+            taken += count;
+            more = count > 0;
+        }
+    } catch (...) {
+        // The caller does not learn how much it got, so the next read gives it once more.
+        keepForLater(target, taken);
+        throw;
+    }
+    return static_cast<std::streamsize>(taken);
+}
+
+/// Reads at least one byte, at most n, and none only at the end. Throws, if at all, before it has taken a byte.
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
+    if (done) {
+        return 0;
+    }
+    begin();
+    if (chunkEndRead < 2 && !readChunkEnd()) {
+        return fail("Bad end of chunk");
+    }
+    if (chunked && remaining == 0 && !lastChunk && !readSizeLine()) {
+        return fail("InputBuffer::read(): invalid chunksize line");
+    }
+    std::size_t count = 0;
+    if (remaining > 0) {
+        count = readBytes(target, n);
+        if (count == 0) {
+            // Cut off. The stream has told so, and nothing more is to be said.
+            done = true;
+            return 0;
+        }
+    }
+    const bool atEnd = remaining == 0 && (!chunked || lastChunk);
+    // What was read is not held back until the CR LF behind it arrives. When that is there it is looked at, and a
+    // wrong one drops what was read with it; deliberate.
+    if (chunked && remaining == 0 && (atEnd || isChunkEndThere()) && !readChunkEnd()) {
+        return fail("Bad end of chunk");
+    }
+    if (atEnd) {
+        finish();
+    }
+    return count;
+}
+
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n) {
+    std::basic_streambuf<CharT>& source = *stream.rdbuf();
+    if (Traits::eq_int_type(source.sgetc(), Traits::eof())) {
+        return 0;
+    }
+    const std::uint64_t there = static_cast<std::uint64_t>(std::max<std::streamsize>(source.in_avail(), 1));
+    const std::uint64_t size = std::min({static_cast<std::uint64_t>(n), remaining, there});
+    const std::size_t count = static_cast<std::size_t>(source.sgetn(target, static_cast<std::streamsize>(size)));
+    remaining -= count;
+    bytesRead += count;
+    if (remaining == 0) {
+        chunkEndRead = chunked ? 0 : 2;
+    }
+    if (isInputTraced()) {
+        traceInput(target, count, false);
+    }
+    return count;
+}
+
+/// False when no LF comes within 19 characters.
+template <class CharT>
+bool IStreamBuffer<CharT>::readSizeLine() {
+    std::basic_streambuf<CharT>& source = *stream.rdbuf();
+    for (;;) {
+        const int_type next = source.sgetc();
+        if (Traits::eq_int_type(next, Traits::eof())) {
+            return false;
+        }
+        const CharT c = Traits::to_char_type(next);
+        if (c != '\n' && sizeLineLength == SIZE_LINE_BUFFER - 1) {
+            return false;
+        }
+        source.sbumpc();
+        if (c == '\n') {
+            break;
+        }
+        sizeLine[sizeLineLength++] = c;
+    }
+    sizeLine[sizeLineLength] = '\0';
+    sizeLineLength = 0;
+    remaining = parseChunkSize(sizeLine);
+    if (remaining == 0) {
+        lastChunk = true;
+        chunkEndRead = 0;
+    }
+    return true;
+}
+
+/// Reads the CR LF behind a chunk; false when something else stands there.
+template <class CharT>
+bool IStreamBuffer<CharT>::readChunkEnd() {
+    std::basic_streambuf<CharT>& source = *stream.rdbuf();
+    while (chunkEndRead < 2) {
+        const CharT expected = chunkEndRead == 0 ? '\r' : '\n';
+        if (!Traits::eq_int_type(source.sgetc(), Traits::to_int_type(expected))) {
+            return false;
+        }
+        source.sbumpc();
+        ++chunkEndRead;
+    }
+    return true;
+}
+
+template <class CharT>
+bool IStreamBuffer<CharT>::isChunkEndThere() {
+    return stream.rdbuf()->in_avail() >= 2;
+}
+
+template <class CharT>
+void IStreamBuffer<CharT>::begin() {
+    if (startTime == 0) {
+        startTime = currentMilliseconds();
+    }
+}
+
+template <class CharT>
+void IStreamBuffer<CharT>::finish() {
+    done = true;
+    complete = true;
+    if (isDebug()) {
+        logDebug(readSummary(bytesRead, currentMilliseconds() - startTime));
+    }
+    if (isInputTraced()) {
+        traceInput("\n", 1, false);
+    }
+}
+
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::fail(const char* message) {
+    done = true;
+    logError(message);
+    return 0;
+}
+
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::takeBuffered(CharT* target, std::size_t n) {
+    const std::size_t count = std::min(n, static_cast<std::size_t>(this->egptr() - this->gptr()));
+    Traits::copy(target, this->gptr(), count);
+    // Not gbump(), which takes an int.
+    this->setg(this->eback(), this->gptr() + count, this->egptr());
+    return count;
+}
+
+/// Reading into the get area first makes small reads cheap; a read that would empty it at once skips it.
+template <class CharT>
+bool IStreamBuffer<CharT>::isWorthReadingStraight(std::size_t n) const {
+    return n >= bufferSize || (!chunked && n >= remaining);
+}
+
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::areaSizeNeeded() const {
+    if (chunked) {
+        return bufferSize;
+    }
+    return static_cast<std::size_t>(std::max<std::uint64_t>(std::min<std::uint64_t>(bufferSize, remaining), 1));
+}
+
+template <class CharT>
+void IStreamBuffer<CharT>::reserveArea(std::size_t size) {
+    if (areaSize < size) {
+        this->setg(nullptr, nullptr, nullptr);
+        area.reset(new CharT[size]);
+        areaSize = size;
+    }
+}
+
+template <class CharT>
+void IStreamBuffer<CharT>::keepForLater(const CharT* bytes, std::size_t n) {
+    reserveArea(n);
+    Traits::copy(area.get(), bytes, n);
+    this->setg(area.get(), area.get(), area.get() + n);
+}
+
+template class IStreamBuffer<char>;
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <istream>
+#include <ostream>
+#include <string>
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+/// Reads lines and blocks from a stream. Exceptions of the stream's buffer pass through when the stream has badbit
+/// in its exception mask, as every pipe stream has.
+class StreamUtil {
+ public:
+    virtual ~StreamUtil() = default;
+
+    /// Reads one line, ended by LF or CR LF, into `line` without its end. A CR elsewhere stays.
+    ///
+    /// @throws Io::InterruptedException the bytes ended before the LF, or 2047 characters came without one.
+    static void readLine(std::istream& in, std::string& line);
+
+    /// Reads exactly `length` bytes into a block that ends in a NUL, which the caller gives back with free().
+    /// The block grows as bytes arrive: a length is a claim of the other end, and costs what was really sent.
+    /// A length of zero or less gives an empty block.
+    ///
+    /// @throws Io::CvPipeException the bytes ended first. `data` is null after this and any other exception.
+    static void readLength(std::istream& in, char*& data, std::int64_t length);
+
+    /// Reads to the end of the stream into a block that ends in a NUL, which the caller gives back with free().
+    /// A stream that fails without reaching its end gives what came until then.
+    ///
+    /// @return the number of bytes before the NUL. `data` is null after an exception.
+    static std::size_t readToEnd(std::istream& in, char*& data);
+
+    /// A stream that has failed takes bytes without a word, or throws something of its own, depending on the
+    /// standard library. Called before and after a write, this makes it one exception.
+    ///
+    /// @throws Io::CvPipeException the stream has failed.
+    static void requireWritable(const std::ostream& out);
+};
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "cvtp/CvtpMessageOut.h"
+#include "cvtp/internal/CvtpMessageInImpl.h"
+#include "tests/cvtp/MessageTable.h"
+
+namespace Corvane {
+namespace Testing {
+
+/// A block that the library handed out.
+struct FreeBytes {
+    void operator()(char* bytes) const { std::free(bytes); }
+};
+using Bytes = std::unique_ptr<char, FreeBytes>;
+
+/// Stands for the request or response that owns a CvtpMessageOutImpl: only its start line counts.
+class StartLineOwner : public Corvane::Cvtp::CvtpMessageOut {
+ public:
+    explicit StartLineOwner(const std::string& startLine = "POST /a CVTP/1.0") : startLine(startLine) {}
+
+    std::string getStartLine() override { return startLine; }
+    void addHeader(const std::string&, const std::string&) override {}
+    void setHeader(const std::string&, const std::string&) override {}
+    void removeHeader(const std::string&) override {}
+    void setBody(const char*, std::size_t) override {}
+    bool isCommitted() const override { return false; }
+
+ private:
+    std::string startLine;
+};
+
+inline Headers headersOf(const Corvane::Cvtp::CvtpMessageIn& message) {
+    Headers headers;
+    for (const std::string& name : message.getHeaderNames()) {
+        headers.emplace_back(name, message.getHeaders(name));
+    }
+    return headers;
+}
+
+inline std::string bodyOf(Corvane::Cvtp::CvtpMessageIn& message) {
+    char* data = nullptr;
+    std::size_t length = 0;
+    message.getBody(data, length);
+    const Bytes owner(data);
+    return std::string(data, length);
+}
+
+}  // namespace Testing
+}  // namespace Corvane

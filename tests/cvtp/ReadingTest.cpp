@@ -1,0 +1,228 @@
+// Every message of the table is read in every way that its bytes may arrive in, and in every way that a body may be
+// asked for.
+
+#include <gtest/gtest.h>
+
+#include <istream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cvtp/internal/CvtpMessageInImpl.h"
+#include "cvtp/internal/TraceTags.h"
+#include "io/Exceptions.h"
+#include "tests/cvtp/MessageSupport.h"
+#include "tests/cvtp/MessageTable.h"
+#include "tests/support_code/FeedBuffer.h"
+#include "tests/support_code/LogCapture.h"
+
+namespace Corvane {
+namespace Testing {
+namespace {
+
+using Internal::Cvtp::CvtpMessageInImpl;
+
+enum class BodyAs { BLOCK, STREAM, CHARACTERS };
+
+struct Reading {
+    std::string startLine;
+    Headers headers;
+    std::string body;
+    Ending ending = Ending::COMPLETE;
+    bool complete = false;
+};
+
+std::string streamedBody(CvtpMessageInImpl& message, BodyAs way) {
+    std::istream& stream = *message.getBodyStream();
+    if (way == BodyAs::CHARACTERS) {
+        return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
+    std::string body;
+    char block[7];
+    while (stream.good()) {
+        stream.read(block, sizeof block);
+        body.append(block, static_cast<std::size_t>(stream.gcount()));
+    }
+    EXPECT_TRUE(stream.eof());
+    return body;
+}
+
+Ending endingOfHead(CvtpMessageInImpl& message) {
+    try {
+        message.getStartLine();
+        return Ending::COMPLETE;
+    } catch (const Io::InterruptedException&) {
+        return Ending::HEAD_CUT;
+    } catch (Io::CvPipeException& exception) {
+        EXPECT_EQ(exception.getCode(), 1011);
+        return Ending::NO_FRAMING;
+    }
+}
+
+void readBody(CvtpMessageInImpl& message, BodyAs way, Reading& result) {
+    if (way != BodyAs::BLOCK) {
+        result.body = streamedBody(message, way);
+        return;
+    }
+    try {
+        result.body = bodyOf(message);
+    } catch (Io::CvPipeException& exception) {
+        EXPECT_EQ(exception.getMessage(), "Reached the stream end-of-file before the expected length.");
+        result.ending = Ending::LENGTH_CUT;
+    }
+}
+
+Reading readMessage(std::streambuf& source, BodyAs way, int bufferSize) {
+    std::istream in(&source);
+    in.exceptions(std::ios_base::badbit);
+    CvtpMessageInImpl message(&in, Internal::Cvtp::TAG_ACCEPT, nullptr, bufferSize);
+    Reading result;
+    result.ending = endingOfHead(message);
+    result.headers = headersOf(message);
+    if (message.hasStartLine()) {
+        result.startLine = message.getStartLine();
+    }
+    if (result.ending == Ending::COMPLETE) {
+        readBody(message, way, result);
+    }
+    result.complete = message.isBodyComplete();
+    return result;
+}
+
+void expectHead(const IncomingCase& expected, const Reading& actual) {
+    EXPECT_EQ(actual.startLine, expected.startLine);
+    EXPECT_EQ(actual.headers, expected.headers);
+    EXPECT_EQ(actual.complete, expected.ending == Ending::COMPLETE);
+}
+
+void expectBody(const IncomingCase& expected, const Reading& actual, BodyAs way, bool whole) {
+    if (expected.ending == Ending::CHUNKS_BROKEN) {
+        EXPECT_EQ(actual.ending, Ending::COMPLETE) << "a broken chunk is no exception";
+        if (whole && way == BodyAs::BLOCK) {
+            EXPECT_EQ(actual.body, expected.body);
+        }
+        EXPECT_EQ(actual.body, expected.longestBody.substr(0, actual.body.size()));
+    } else if (expected.ending == Ending::LENGTH_CUT && way != BodyAs::BLOCK) {
+        EXPECT_EQ(actual.ending, Ending::COMPLETE) << "a stream just ends";
+        EXPECT_EQ(actual.body, expected.body);
+    } else {
+        EXPECT_EQ(actual.ending, expected.ending);
+        EXPECT_EQ(actual.body, expected.ending == Ending::COMPLETE ? expected.body : "");
+    }
+}
+
+class Reader : public testing::TestWithParam<IncomingCase> {
+ protected:
+    /// Reads the message from sources that `feed` fills, in each way.
+    template <class Feed>
+    void readInEachWay(const Feed& feed, bool whole) {
+        for (const BodyAs way : {BodyAs::BLOCK, BodyAs::STREAM, BodyAs::CHARACTERS}) {
+            for (const int bufferSize : {-1, 1, 3, 40960}) {
+                SCOPED_TRACE("buffer size " + std::to_string(bufferSize) + ", way " +
+                             std::to_string(static_cast<int>(way)));
+                FeedBuffer source;
+                feed(source);
+                const Reading reading = readMessage(source, way, bufferSize);
+                expectHead(GetParam(), reading);
+                expectBody(GetParam(), reading, way, whole);
+            }
+        }
+    }
+};
+
+TEST_P(Reader, ReadsAMessageThatArrivesWhole) {
+    readInEachWay([this](FeedBuffer& source) { source.then(GetParam().bytes); }, true);
+}
+
+TEST_P(Reader, ReadsAMessageThatArrivesByteByByte) {
+    readInEachWay([this](FeedBuffer& source) { source.thenByteByByte(GetParam().bytes); }, false);
+}
+
+TEST_P(Reader, ReadsAMessageThatArrivesInTwoPieces) {
+    const std::string& bytes = GetParam().bytes;
+    std::size_t step = 1;
+    for (std::size_t split = 1; split < bytes.size(); split += step) {
+        // Long messages are long because of one line, whose inside is all the same.
+        step = split > 100 && split + 100 < bytes.size() ? 37 : 1;
+        SCOPED_TRACE("split at " + std::to_string(split));
+        readInEachWay([&](FeedBuffer& source) { source.then(bytes.substr(0, split)).then(bytes.substr(split)); },
+                      false);
+    }
+}
+
+TEST_P(Reader, LogsWhatIsWrongOnce) {
+    const LogCapture capture(2);
+    FeedBuffer source;
+    source.then(GetParam().bytes);
+    readMessage(source, BodyAs::BLOCK, 40960);
+    const std::vector<std::string> expected =
+        GetParam().log.empty() ? std::vector<std::string>() : std::vector<std::string>{GetParam().log};
+    EXPECT_EQ(capture.texts(), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Messages, Reader, testing::ValuesIn(incomingMessages()),
+                         [](const testing::TestParamInfo<IncomingCase>& test) { return test.param.name; });
+
+/// Where the body begins.
+std::size_t sizeOfHead(const std::string& bytes) {
+    std::istringstream in(bytes);
+    CvtpMessageInImpl message(&in, Internal::Cvtp::TAG_ACCEPT, nullptr, 1);
+    message.getStartLine();
+    return static_cast<std::size_t>(in.tellg());
+}
+
+/// Reads in blocks to the end, through any number of timeouts.
+std::string readThroughTimeouts(std::istream& stream, const std::istream& pipe) {
+    std::string read;
+    char block[1000];
+    while (!stream.eof()) {
+        try {
+            stream.read(block, sizeof block);
+            read.append(block, static_cast<std::size_t>(stream.gcount()));
+        } catch (const Io::TimeoutException&) {
+            EXPECT_TRUE(pipe.good()) << "the pipe's stream must stay usable";
+            stream.clear();
+        }
+    }
+    return read;
+}
+
+/// The messages whose head is in order.
+std::vector<IncomingCase> messagesWithBody() {
+    std::vector<IncomingCase> result;
+    for (const IncomingCase& message : incomingMessages()) {
+        if (message.ending != Ending::HEAD_CUT && message.ending != Ending::NO_FRAMING) {
+            result.push_back(message);
+        }
+    }
+    return result;
+}
+
+class BodyReader : public testing::TestWithParam<IncomingCase> {};
+
+TEST_P(BodyReader, ReadsABodyThroughTimeoutsBetweenItsBytes) {
+    const std::string& bytes = GetParam().bytes;
+    const std::size_t head = sizeOfHead(bytes);
+    for (const int bufferSize : {1, 3, 40960}) {
+        FeedBuffer source;
+        source.then(bytes.substr(0, head));
+        for (const char c : bytes.substr(head)) {
+            source.thenThrow(Io::TimeoutException("Pipe read timed out")).then(std::string(1, c));
+        }
+        std::istream in(&source);
+        in.exceptions(std::ios_base::badbit);
+        CvtpMessageInImpl message(&in, Internal::Cvtp::TAG_ACCEPT, nullptr, bufferSize);
+        const std::string body = readThroughTimeouts(*message.getBodyStream(), in);
+        // Bytes that come one by one are never dropped with a wrong line end.
+        EXPECT_EQ(body, GetParam().ending == Ending::CHUNKS_BROKEN ? GetParam().longestBody : GetParam().body);
+        EXPECT_EQ(message.isBodyComplete(), GetParam().ending == Ending::COMPLETE);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Messages, BodyReader, testing::ValuesIn(messagesWithBody()),
+                         [](const testing::TestParamInfo<IncomingCase>& test) { return test.param.name; });
+
+}  // namespace
+}  // namespace Testing
+}  // namespace Corvane
