@@ -1,0 +1,215 @@
+#include "io/CvPipe.h"
+
+#include <utility>
+
+#include "cvtp/internal/Logging.h"
+#include "io/Exceptions.h"
+#include "io/PipeStreams.h"
+#include "io/platform/PipePlatform.h"
+
+namespace Corvane {
+namespace Io {
+
+namespace {
+
+const std::int32_t DEFAULT_CONNECT_TIMEOUT_MS = 10000;
+
+}  // namespace
+
+CvPipe::CvPipe()
+    : inputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::in)),
+      outputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::out)),
+      connectTimeout(DEFAULT_CONNECT_TIMEOUT_MS),
+      readTimeout(0) {}
+
+CvPipe::CvPipe(const std::string& name, bool readable, bool writable) : CvPipe() {
+    // Unlike the default constructor; deliberate.
+    connectTimeout = 0;
+    connect(name, readable, writable);
+}
+
+CvPipe::~CvPipe() {
+    // A pipe that is not open has nothing to close, and closing it would only leave a line in the log.
+    if (handle) {
+        closePipe();
+    }
+    // The streams are not destroyed, since an application may still hold them; deliberate.
+    PipeStreams::keep(inputStream);
+    PipeStreams::keep(outputStream);
+}
+
+void CvPipe::bind(const std::string& newName, bool newReadable, bool newWritable) {
+    if (!newReadable && !newWritable) {
+        throw IllegalArgumentException("Pipe must be readable or writable.");
+    }
+    if (isBound()) {
+        throw IllegalStateException("Pipe is already bound.");
+    }
+    name = newName;
+    readable = newReadable;
+    writable = newWritable;
+}
+
+bool CvPipe::isBound() {
+    return !name.empty();
+}
+
+void CvPipe::connect() {
+    if (!isBound()) {
+        throw IllegalStateException("Pipe not yet bound");
+    }
+    path = Platform::PIPE_PREFIX + name;
+    connectPipe(path, name, readable, writable, connectTimeout);
+}
+
+void CvPipe::connect(const std::string& newName, bool newReadable, bool newWritable) {
+    bind(newName, newReadable, newWritable);
+    connect();
+}
+
+void CvPipe::connectPipe(const std::string& pipePath, const std::string&, bool mayRead, bool mayWrite,
+                         int timeoutMs) {
+    std::shared_ptr<Platform::PipeChannel> channel;
+    const int result = Platform::openChannel(pipePath, mayRead, mayWrite, timeoutMs, channel);
+    if (channel) {
+        // Also after a failure that has left something open: close() releases it.
+        setChannel(std::move(channel));
+    }
+    switch (result) {
+        case Platform::SUCCESS:
+            return;
+        case Platform::OPEN_FAILED:
+            throw ConnectException("Could not connect to pipe.");
+        case Platform::OPEN_DENIED:
+            throw ConnectException("Access denied.");
+        case Platform::OPEN_TIMED_OUT:
+            throw TimeoutException("Timed out connecting to pipe");
+        default:
+            throw CvPipeException("Unrecognized pipe connect error");
+    }
+}
+
+void CvPipe::close() {
+    closePipe();
+}
+
+void CvPipe::closePipe() {
+    std::shared_ptr<Platform::PipeChannel> channel;
+    {
+        const std::lock_guard<std::mutex> lock(handleLock);
+        channel = std::move(handle);
+        handle.reset();
+        closed = true;
+    }
+    Platform::closeChannel(channel);
+}
+
+void CvPipe::setChannel(std::shared_ptr<Platform::PipeChannel> channel) {
+    // What was open before goes with `channel`, outside the lock.
+    const std::lock_guard<std::mutex> lock(handleLock);
+    handle.swap(channel);
+    closed = false;
+}
+
+bool CvPipe::getChannel(std::shared_ptr<Platform::PipeChannel>& channel) {
+    const std::lock_guard<std::mutex> lock(handleLock);
+    channel = handle;
+    return !closed;
+}
+
+void CvPipe::takeOver(const std::string& newPath, bool newReadable, bool newWritable,
+                      std::shared_ptr<Platform::PipeChannel> channel) {
+    // The name of an accepted pipe is the whole path, unlike a client's; deliberate.
+    name = newPath;
+    path = newPath;
+    readable = newReadable;
+    writable = newWritable;
+    setChannel(std::move(channel));
+}
+
+std::istream* CvPipe::getInputStream() {
+    if (!isBound() || !readable) {
+        throw IllegalStateException("Pipe is not bound with read access.");
+    }
+    if (inputStream == nullptr) {
+        inputStream = PipeStreams::takeInput(inputBuffer.get());
+    }
+    return inputStream;
+}
+
+std::ostream* CvPipe::getOutputStream() {
+    if (!isBound() || !writable) {
+        throw IllegalStateException("Pipe is not bound with write access.");
+    }
+    if (outputStream == nullptr) {
+        outputStream = PipeStreams::takeOutput(outputBuffer.get());
+    }
+    return outputStream;
+}
+
+void CvPipe::setReadTimeout(int ms) {
+    readTimeout = ms;
+}
+
+int CvPipe::getReadTimeout() {
+    return readTimeout;
+}
+
+void CvPipe::setConnectTimeout(int ms) {
+    connectTimeout = ms;
+}
+
+int CvPipe::getConnectTimeout() {
+    return connectTimeout;
+}
+
+int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
+    std::shared_ptr<Platform::PipeChannel> channel;
+    const bool usable = getChannel(channel);
+    const int count = usable ? Platform::readChannel(channel, buffer + offset, length, timeoutMs)
+                             : static_cast<int>(Platform::ABORTED);
+    switch (count) {
+        case Platform::READ_TIMED_OUT:
+            throw TimeoutException("CvPipe read timeout.");
+        case Platform::ABORTED:
+            throw InterruptedException("CvPipe read aborted.");
+        case Platform::READ_FAILED:
+            throw CvPipeException("CvPipe read failed.");
+        default:
+            return count < 1 ? -1 : count;
+    }
+}
+
+int CvPipe::writeChannel(const char* data, int length) {
+    std::shared_ptr<Platform::PipeChannel> channel;
+    if (getChannel(channel)) {
+        return Platform::writeChannel(channel, data, length);
+    }
+    if (Internal::Cvtp::isInfo()) {
+        Internal::Cvtp::logInfo("WriteFile aborted.");
+    }
+    return Platform::ABORTED;
+}
+
+void CvPipe::writePipe(const char* buffer, int offset, int length) {
+    if (length <= 0) {
+        return;
+    }
+    switch (writeChannel(buffer + offset, length)) {
+        case Platform::SUCCESS:
+            return;
+        case Platform::WRITE_BROKEN:
+            throw BrokenPipeException("Pipe was closed at other end.");
+        case Platform::ABORTED:
+            throw InterruptedException("Pipe write aborted.");
+        case Platform::WRITE_FAILED:
+            throw CvPipeException("Pipe write failed");
+        case Platform::WRITE_TIMED_OUT:
+            throw TimeoutException("Pipe write timed out");
+        default:
+            throw CvPipeException("Unexpected writePipe failure.");
+    }
+}
+
+}  // namespace Io
+}  // namespace Corvane

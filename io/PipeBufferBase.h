@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <ios>
+#include <streambuf>
+#include <string>
+
+#include "support/Export.h"
+
+namespace Corvane {
+namespace Io {
+
+class CvPipe;
+
+/// The stream buffer that puts a standard stream on one direction of a CvPipe. Only the `char` instantiation
+/// exists. The streams of CvPipe::getInputStream() and getOutputStream() stand on it.
+///
+/// It owns no memory: without a buffer it reads and writes single blocks unbuffered; one buffer may be given, once,
+/// through pubsetbuf(), must outlive the pipe, and is released by whoever gave it. Bytes written reach the pipe
+/// when the buffer is full and one more byte comes, or when the stream is flushed. Exceptions of the pipe pass
+/// through.
+///
+/// Used by one thread at a time. A copy shares pipe and memory with its original.
+template <class CharT, class Traits = std::char_traits<CharT>>
+class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
+ public:
+    using int_type = typename Traits::int_type;
+
+    /// @param pipe not owned.
+    /// @param mode std::ios_base::in or std::ios_base::out.
+    /// @throws CvPipeException any other mode.
+    PipeBufferBase(CvPipe* pipe, std::ios_base::openmode mode);
+    PipeBufferBase(const PipeBufferBase& other);
+    PipeBufferBase& operator=(const PipeBufferBase& other);
+    ~PipeBufferBase() override;
+
+ protected:
+    /// Each of these throws CvPipeException when the buffer is of the other direction.
+    int_type overflow(int_type c = Traits::eof()) override;
+    int_type underflow() override;
+    std::streamsize xsgetn(CharT* s, std::streamsize n) override;
+    std::streamsize xsputn(const CharT* s, std::streamsize n) override;
+    /// @throws CvPipeException a buffer was given before.
+    std::basic_streambuf<CharT, Traits>* setbuf(CharT* s, std::streamsize n) override;
+    int sync() override;
+
+ private:
+    void requireInput() const;
+    void requireOutput() const;
+    void writePutArea();
+    void adoptOneChar(const PipeBufferBase& other);
+
+    CvPipe* pipe;
+    bool isInput;
+    bool isOutput;
+    CharT* buffer;
+    std::int32_t bufferSize;
+    /// The read buffer while no other was given.
+    CharT oneChar;
+};
+
+extern template class CVTP_EXPORT PipeBufferBase<char>;
+
+}  // namespace Io
+}  // namespace Corvane

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <istream>
+#include <ostream>
+#include <streambuf>
+
+namespace Corvane {
+namespace Io {
+
+/// The stream objects of all pipes. A stream that was handed out is never destroyed, since an application may still
+/// hold it when its pipe is gone; it is kept for a later pipe, so there are never more of them than there were
+/// pipes at once. Safe on several threads.
+namespace PipeStreams {
+
+/// A stream on `buffer`, with badbit in its exception mask.
+std::istream* takeInput(std::streambuf* buffer);
+std::ostream* takeOutput(std::streambuf* buffer);
+
+/// Keeps a stream whose pipe goes away; until it is taken again it stands on no buffer, and using it fails. Null is
+/// ignored.
+void keep(std::istream* stream);
+void keep(std::ostream* stream);
+
+}  // namespace PipeStreams
+
+}  // namespace Io
+}  // namespace Corvane

@@ -1,0 +1,160 @@
+#include "io/platform/posix/NameClaim.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include "cvtp/internal/Logging.h"
+
+namespace Corvane {
+namespace Io {
+namespace Platform {
+
+namespace {
+
+using Internal::Cvtp::isError;
+using Internal::Cvtp::logError;
+
+/// Each round means that another server came or went meanwhile.
+const int MAX_LOCK_ROUNDS = 1000;
+
+int inTheWay(const std::string& file, const std::string& expected, int code) {
+    if (isError()) {
+        logError("Pipe file " + file + " is in the way and left alone: it is not " + expected + " of this user.");
+    }
+    return code;
+}
+
+bool isOwn(const struct stat& status, mode_t type) {
+    return (status.st_mode & S_IFMT) == type && status.st_uid == ::geteuid();
+}
+
+/// Opens it without following a link and without waiting, whatever it is.
+FileDescriptor openLockFile(const std::string& file) {
+    const int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    return FileDescriptor(::open(file.c_str(), flags, S_IRUSR | S_IWUSR));
+}
+
+/// A lock file that cannot be opened is a link, a folder or that of another user's server, or there is no access to
+/// the pipe folder at all.
+int explainRefusal(const std::string& file, int code) {
+    struct stat status {};
+    const bool isThere = ::lstat(file.c_str(), &status) == 0;
+    return isThere && !isOwn(status, S_IFREG) ? inTheWay(file, "a lock file", code) : code;
+}
+
+}  // namespace
+
+NameClaim::NameClaim(PipeAddress address) : address(std::move(address)), owner(::getpid()) {}
+
+NameClaim::~NameClaim() {
+    release();
+}
+
+bool NameClaim::isOwner() const {
+    return ::getpid() == owner;
+}
+
+bool NameClaim::identify(const std::string& file, FileIdentity& identity) {
+    struct stat status {};
+    if (::lstat(file.c_str(), &status) != 0) {
+        return false;
+    }
+    identity = {status.st_dev, status.st_ino};
+    return true;
+}
+
+void NameClaim::removeIfSame(const std::string& file, const FileIdentity& identity) {
+    FileIdentity present;
+    if (identity.inode != 0 && identify(file, present) && present.device == identity.device &&
+        present.inode == identity.inode) {
+        ::unlink(file.c_str());
+    }
+}
+
+int NameClaim::lock() {
+    for (int round = 0; round < MAX_LOCK_ROUNDS; ++round) {
+        FileDescriptor descriptor = openLockFile(address.lockFile);
+        struct stat status {};
+        if (!descriptor.isOpen()) {
+            return explainRefusal(address.lockFile, errno);
+        }
+        if (::fstat(descriptor.get(), &status) != 0) {
+            return errno;
+        }
+        if (!isOwn(status, S_IFREG)) {
+            return inTheWay(address.lockFile, "a lock file", EPERM);
+        }
+        if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+            return errno == EWOULDBLOCK ? EADDRINUSE : errno;
+        }
+        // A server that closes removes the file it has locked: a lock of a file without a name counts for nothing.
+        FileIdentity present;
+        if (identify(address.lockFile, present) && present.device == status.st_dev &&
+            present.inode == status.st_ino) {
+            lockIdentity = present;
+            lockDescriptor = std::move(descriptor);
+            return 0;
+        }
+    }
+    return EADDRINUSE;
+}
+
+int NameClaim::clearLeftover(const std::string& file, mode_t type) {
+    struct stat status {};
+    if (::lstat(file.c_str(), &status) != 0) {
+        return errno == ENOENT ? 0 : errno;
+    }
+    if (!isOwn(status, type)) {
+        return inTheWay(file, type == S_IFSOCK ? "a socket" : "a direction link", EADDRINUSE);
+    }
+    return ::unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+int NameClaim::take() {
+    const int code = lock();
+    return code != 0 ? code : clearLeftover(address.socketFile, S_IFSOCK);
+}
+
+int NameClaim::announceDirection(bool readable, bool writable) {
+    struct stat status {};
+    const bool isFree = ::lstat(address.directionFile.c_str(), &status) != 0;
+    if (readable && writable) {
+        // A stranger's link says nothing to clients, so it may stay; see offers() of the client's side.
+        return isFree || !isOwn(status, S_IFLNK) ? 0 : clearLeftover(address.directionFile, S_IFLNK);
+    }
+    const int code = clearLeftover(address.directionFile, S_IFLNK);
+    if (code != 0) {
+        return code;
+    }
+    const char* const text = readable ? DIRECTION_READABLE : DIRECTION_WRITABLE;
+    if (::symlink(text, address.directionFile.c_str()) != 0) {
+        return errno;
+    }
+    return identify(address.directionFile, directionIdentity) ? 0 : errno;
+}
+
+int NameClaim::noteSocket() {
+    return identify(address.socketFile, socketIdentity) ? 0 : errno;
+}
+
+void NameClaim::release() {
+    if (!lockDescriptor.isOpen() || !isOwner()) {
+        return;
+    }
+    // The lock file goes last: from then on another server may take the name. Should it not go, the lock does.
+    removeIfSame(address.socketFile, socketIdentity);
+    removeIfSame(address.directionFile, directionIdentity);
+    removeIfSame(address.lockFile, lockIdentity);
+    ::flock(lockDescriptor.get(), LOCK_UN);
+    FileDescriptor done = std::move(lockDescriptor);
+}
+
+}  // namespace Platform
+}  // namespace Io
+}  // namespace Corvane

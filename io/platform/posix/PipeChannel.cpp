@@ -1,0 +1,236 @@
+#include "io/platform/posix/PipeChannel.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "cvtp/internal/Logging.h"
+#include "io/platform/posix/SystemCalls.h"
+
+namespace Corvane {
+namespace Io {
+namespace Platform {
+
+namespace {
+
+using namespace Internal::Cvtp;
+
+/// There is no event here, but the line of the log keeps its form.
+const char* const NO_EVENT = "-1";
+
+int readTimedOut() {
+    if (isDebug()) {
+        logDebug("Read timed out.");
+    }
+    return READ_TIMED_OUT;
+}
+
+int readFailed(int error) {
+    if (isWarn()) {
+        logWarn("ReadFile error: " + std::to_string(error));
+    }
+    return READ_FAILED;
+}
+
+int writeTimedOut() {
+    if (isDebug()) {
+        logDebug("Write timed out.");
+    }
+    return WRITE_TIMED_OUT;
+}
+
+int writeAborted() {
+    if (isInfo()) {
+        logInfo("WriteFile aborted.");
+    }
+    return ABORTED;
+}
+
+int wroteNothing() {
+    if (isDebug()) {
+        logDebug("WriteFile succeeded but wrote no bytes.");
+    }
+    return SUCCESS;
+}
+
+int writeFailed(const char* text, int error) {
+    if (isError()) {
+        logError(text + std::to_string(error));
+    }
+    return WRITE_FAILED;
+}
+
+void logClose(int descriptor) {
+    if (isDebug()) {
+        logDebug("Close Handles: handle=" + std::to_string(descriptor) + "; event=" + NO_EVENT);
+    }
+}
+
+void logCloseFailed(int error) {
+    if (isInfo()) {
+        logInfo("CvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
+    }
+}
+
+bool isBroken(int error) {
+    return error == EPIPE || error == ECONNRESET;
+}
+
+}  // namespace
+
+PipeChannel::PipeChannel(FileDescriptor socket, bool readable, bool writable)
+    : socket(std::move(socket)), readable(readable), writable(writable), owner(::getpid()) {}
+
+bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
+    if (timeoutMs == receiveTimeout) {
+        return true;
+    }
+    if (SystemCalls::setReceiveTimeout(socket.get(), timeoutMs) != 0) {
+        return false;
+    }
+    receiveTimeout = timeoutMs;
+    return true;
+}
+
+int PipeChannel::read(char* buffer, int length, int timeoutMs) {
+    if (closed.load()) {
+        return ABORTED;
+    }
+    if (!readable) {
+        return readFailed(EACCES);
+    }
+    if (length <= 0) {
+        return 0;
+    }
+    const Deadline deadline(timeoutMs);
+    int wait = std::max(timeoutMs, 0);
+    for (;;) {
+        if (!applyReceiveTimeout(wait)) {
+            return readFailed(errno);
+        }
+        const ssize_t count = SystemCalls::receive(socket.get(), buffer, static_cast<std::size_t>(length));
+        const int error = count < 0 ? errno : 0;
+        if (count > 0) {
+            return static_cast<int>(count);
+        }
+        // close() sets the flag before it shuts the socket down, so whoever was woken by it sees the flag.
+        if (closed.load()) {
+            return ABORTED;
+        }
+        if (error == 0 || error == ECONNRESET) {
+            return 0;
+        }
+        if (error != EINTR && error != EAGAIN) {
+            return readFailed(error);
+        }
+        if (!deadline.isUnlimited()) {
+            wait = deadline.remaining();
+            if (wait == 0) {
+                return readTimedOut();
+            }
+        }
+    }
+}
+
+int PipeChannel::writeFailed(int error, bool waited) const {
+    // A write that had to wait reports how it ended with fewer words, as completed overlapped writes do.
+    if (closed.load()) {
+        return waited ? ABORTED : writeAborted();
+    }
+    if (isBroken(error)) {
+        if (!waited && isDebug()) {
+            logDebug("WriteFile broken pipe");
+        }
+        return WRITE_BROKEN;
+    }
+    return Platform::writeFailed(waited ? "WriteFile failed: " : "WriteFile error: ", error);
+}
+
+int PipeChannel::write(const char* buffer, int length) {
+    if (closed.load()) {
+        return writeAborted();
+    }
+    if (!writable) {
+        return writeFailed(EACCES, false);
+    }
+    const std::size_t total = static_cast<std::size_t>(length);
+    std::size_t written = 0;
+    // Most writes fit at once and never ask for the time.
+    std::optional<Deadline> deadline;
+    bool waited = false;
+    while (written < total) {
+        const ssize_t count = SystemCalls::sendNow(socket.get(), buffer + written, total - written);
+        const int error = count < 0 ? errno : 0;
+        if (count > 0) {
+            written += static_cast<std::size_t>(count);
+            waited = false;
+        } else if (count == 0) {
+            return wroteNothing();
+        } else if (error == EAGAIN) {
+            const int result = waitForRoom(deadline);
+            if (result != SUCCESS) {
+                return result;
+            }
+            waited = true;
+        } else if (error != EINTR) {
+            return writeFailed(error, waited);
+        }
+    }
+    return SUCCESS;
+}
+
+/// Waits, after a try that found no room; the first time sets the deadline. Also SUCCESS at the deadline, for a
+/// last try: poll() calls a socket writable only when most of it is empty, so the last bytes may fit although it
+/// did not.
+int PipeChannel::waitForRoom(std::optional<Deadline>& deadline) const {
+    if (!deadline) {
+        deadline.emplace(WRITE_TIMEOUT_MS);
+    }
+    const int wait = deadline->remaining();
+    if (wait == 0) {
+        return writeTimedOut();
+    }
+    if (SystemCalls::waitFor(socket.get(), POLLOUT, wait) < 0 && errno != EINTR) {
+        return writeFailed(errno, true);
+    }
+    return SUCCESS;
+}
+
+void PipeChannel::close() {
+    logClose(socket.get());
+    closed.store(true);
+    if (::getpid() == owner && SystemCalls::shutDown(socket.get()) != 0) {
+        logCloseFailed(errno);
+    }
+}
+
+int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
+    return channel ? channel->read(buffer, length, timeoutMs) : readFailed(EBADF);
+}
+
+int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
+    if (length <= 0) {
+        return SUCCESS;
+    }
+    return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", EBADF);
+}
+
+int closeChannel(const ChannelHandle& channel) {
+    if (channel) {
+        channel->close();
+    } else {
+        logClose(-1);
+        logCloseFailed(EBADF);
+    }
+    return SUCCESS;
+}
+
+}  // namespace Platform
+}  // namespace Io
+}  // namespace Corvane

@@ -1,0 +1,74 @@
+#include "io/platform/posix/PipeName.h"
+
+#include <Poco/DigestEngine.h>
+#include <Poco/SHA2Engine.h>
+
+namespace Corvane {
+namespace Io {
+namespace Platform {
+
+namespace {
+
+const std::size_t MAX_NAME_LENGTH = 256;
+
+const char* const DIGEST_PREFIX = "%sha256-";
+/// Half a digest: 128 bits still tell all names apart.
+const std::size_t MIN_DIGEST_DIGITS = 32;
+
+/// ASCII only, whatever the locale: client and server must agree.
+std::string lowerCase(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return text;
+}
+
+bool needsEscape(const std::string& name, std::size_t index) {
+    const unsigned char c = static_cast<unsigned char>(name[index]);
+    return c < 0x20 || c == 0x7F || c == '/' || c == '%' || (c == '.' && index == 0);
+}
+
+std::string escape(const std::string& name) {
+    const char* const DIGITS = "0123456789ABCDEF";
+    std::string file;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        if (needsEscape(name, i)) {
+            const unsigned char c = static_cast<unsigned char>(name[i]);
+            file += '%';
+            file += DIGITS[c >> 4];
+            file += DIGITS[c & 0xF];
+        } else {
+            file += name[i];
+        }
+    }
+    return file;
+}
+
+std::string digest(const std::string& name, std::size_t room) {
+    const std::string prefix = DIGEST_PREFIX;
+    if (room < prefix.size() + MIN_DIGEST_DIGITS) {
+        return std::string();
+    }
+    Poco::SHA2Engine engine(Poco::SHA2Engine::SHA_256);
+    engine.update(name);
+    return prefix + Poco::DigestEngine::digestToHex(engine.digest()).substr(0, room - prefix.size());
+}
+
+}  // namespace
+
+bool isPipeName(const std::string& name) {
+    return !name.empty() && name.size() <= MAX_NAME_LENGTH &&
+           name.find_first_of(std::string("\\\0", 2)) == std::string::npos;
+}
+
+std::string pipeFileName(const std::string& name, std::size_t room) {
+    const std::string lowered = lowerCase(name);
+    const std::string file = escape(lowered);
+    return file.size() <= room ? file : digest(lowered, room);
+}
+
+}  // namespace Platform
+}  // namespace Io
+}  // namespace Corvane

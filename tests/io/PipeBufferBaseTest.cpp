@@ -1,0 +1,213 @@
+#include "io/PipeBufferBase.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "tests/io/PipeTest.h"
+
+namespace Corvane {
+namespace Testing {
+namespace {
+
+using namespace Io;
+using Traits = std::char_traits<char>;
+
+/// Reaches the operations that standard streams call.
+class OpenBuffer : public PipeBufferBase<char> {
+ public:
+    using PipeBufferBase<char>::PipeBufferBase;
+    using PipeBufferBase<char>::overflow;
+    using PipeBufferBase<char>::underflow;
+    using PipeBufferBase<char>::xsgetn;
+    using PipeBufferBase<char>::xsputn;
+    using PipeBufferBase<char>::setbuf;
+    using PipeBufferBase<char>::sync;
+};
+
+class PipeBufferBaseTest : public PipeTest {
+ protected:
+    /// What the other end can read now.
+    std::string arrived() {
+        try {
+            return readSome(connection.accepted, 20, 20000);
+        } catch (TimeoutException&) {
+            return std::string();
+        }
+    }
+
+    Connection connection;
+    OpenBuffer in{&connection.client, std::ios_base::in};
+    OpenBuffer out{&connection.client, std::ios_base::out};
+    std::array<char, 4096> memory{};
+};
+
+TEST_F(PipeBufferBaseTest, TakesOneOfTwoModes) {
+    const std::string MESSAGE = "Mode must be either ios_base::in or ios_base::out";
+    EXPECT_EQ(messageOf<CvPipeException>(
+                  [&] { OpenBuffer both(&connection.client, std::ios_base::in | std::ios_base::out); }),
+              MESSAGE);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { OpenBuffer none(&connection.client, std::ios_base::openmode{}); }),
+              MESSAGE);
+}
+
+TEST_F(PipeBufferBaseTest, TakesABufferOnce) {
+    EXPECT_EQ(out.pubsetbuf(nullptr, 0), &out);
+    EXPECT_EQ(out.pubsetbuf(memory.data(), 16), &out);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { out.pubsetbuf(memory.data(), 16); }),
+              "Buffer already set.  Reset not supported.");
+}
+
+TEST_F(PipeBufferBaseTest, ANullBufferChangesNothing) {
+    out.pubsetbuf(nullptr, 100);
+    EXPECT_EQ(out.sputc('a'), 'a');
+    EXPECT_EQ(arrived(), "a");
+}
+
+TEST_F(PipeBufferBaseTest, RefusesTheOtherDirection) {
+    const std::string READING = "Illegal operation: reading from output stream.";
+    const std::string WRITING = "Illegal operation: writing to input stream.";
+    char c = 'x';
+    EXPECT_EQ(messageOf<CvPipeException>([&] { out.underflow(); }), READING);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { out.xsgetn(&c, 1); }), READING);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { in.overflow('x'); }), WRITING);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { in.xsputn(&c, 1); }), WRITING);
+    EXPECT_EQ(in.sync(), 0);
+}
+
+TEST_F(PipeBufferBaseTest, WritesByTheBufferfulAndTheRestOnFlush) {
+    out.pubsetbuf(memory.data(), 4096);
+    std::ostream stream(&out);
+    std::string text;
+    for (int i = 0; i < 10000; ++i) {
+        text += static_cast<char>('a' + i % 26);
+    }
+    EXPECT_EQ(arrived(), "");
+    stream.write(text.data(), 4096);
+    EXPECT_EQ(arrived(), "") << "a full buffer waits for one more byte";
+    stream.write(text.data() + 4096, 1);
+    EXPECT_EQ(arrived(), text.substr(0, 4096));
+    stream.write(text.data() + 4097, 10000 - 4097);
+    EXPECT_EQ(arrived(), text.substr(4096, 4096));
+    stream.flush();
+    EXPECT_EQ(arrived(), text.substr(8192));
+    EXPECT_TRUE(stream.good());
+}
+
+TEST_F(PipeBufferBaseTest, UnbufferedBlocksAreWrittenWholeAndCountedAsNothing) {
+    EXPECT_EQ(out.xsputn("hello", 5), 0);
+    EXPECT_EQ(arrived(), "hello");
+    EXPECT_EQ(out.xsputn(nullptr, 5), 0);
+    EXPECT_EQ(out.xsputn("hello", 0), 0);
+    EXPECT_EQ(arrived(), "");
+}
+
+TEST_F(PipeBufferBaseTest, OverflowWithEndOfFileFlushesAndReturnsEndOfFile) {
+    out.pubsetbuf(memory.data(), 8);
+    EXPECT_EQ(out.xsputn("abc", 3), 3);
+    EXPECT_EQ(out.overflow(Traits::eof()), Traits::eof());
+    EXPECT_EQ(arrived(), "abc");
+    EXPECT_EQ(out.overflow('d'), 'd');
+    EXPECT_EQ(arrived(), "");
+    EXPECT_EQ(out.sync(), 0);
+    EXPECT_EQ(arrived(), "d");
+    EXPECT_EQ(out.sync(), 0);
+}
+
+TEST_F(PipeBufferBaseTest, OverflowWithoutABufferWritesTheCharacter) {
+    EXPECT_EQ(out.overflow(0xFF), 0xFF);
+    EXPECT_EQ(arrived(), "\xFF");
+    EXPECT_EQ(out.overflow(Traits::eof()), Traits::eof());
+    EXPECT_EQ(arrived(), "");
+}
+
+TEST_F(PipeBufferBaseTest, ABufferWithoutRoomTakesNothing) {
+    out.pubsetbuf(memory.data(), 0);
+    EXPECT_EQ(out.xsputn("abc", 3), 0);
+    EXPECT_EQ(out.overflow('a'), Traits::eof());
+}
+
+TEST_F(PipeBufferBaseTest, ReadsWhatOneReadDelivers) {
+    in.pubsetbuf(memory.data(), 4);
+    writeText(connection.accepted, "abcdef\xFE");
+    EXPECT_EQ(in.underflow(), 'a');
+    EXPECT_EQ(in.in_avail(), 4);
+    EXPECT_EQ(in.underflow(), 'a') << "bytes that are there are not thrown away";
+    std::string text(7, ' ');
+    EXPECT_EQ(in.xsgetn(text.data(), 7), 7);
+    EXPECT_EQ(text, "abcdef\xFE");
+    writeText(connection.accepted, "\xFE");
+    EXPECT_EQ(in.underflow(), 0xFE);
+}
+
+TEST_F(PipeBufferBaseTest, WithoutABufferReadsSingleCharacters) {
+    writeText(connection.accepted, "ab");
+    EXPECT_EQ(in.sbumpc(), 'a');
+    EXPECT_EQ(in.in_avail(), 0);
+    EXPECT_EQ(in.sbumpc(), 'b');
+    // From the first read on the one character counts as the buffer.
+    EXPECT_THROW(in.pubsetbuf(memory.data(), 4), CvPipeException);
+}
+
+TEST_F(PipeBufferBaseTest, EndOfDataIsEndOfFile) {
+    writeText(connection.accepted, "last");
+    connection.accepted.close();
+    std::istream* const stream = connection.client.getInputStream();
+    std::string text;
+    *stream >> text;
+    EXPECT_EQ(text, "last");
+    EXPECT_TRUE(stream->eof());
+    EXPECT_FALSE(stream->bad());
+}
+
+TEST_F(PipeBufferBaseTest, ATimeoutComesThroughTheStreamAndTheNextReadGoesOn) {
+    connection.client.setReadTimeout(20);
+    std::istream* const stream = connection.client.getInputStream();
+    EXPECT_EQ(messageOf<TimeoutException>([&] { stream->get(); }), "CvPipe read timeout.");
+    stream->clear();
+    writeText(connection.accepted, "x");
+    EXPECT_EQ(stream->get(), 'x');
+}
+
+TEST_F(PipeBufferBaseTest, AFailedWriteComesThroughTheStream) {
+    connection.accepted.close();
+    std::ostream* const stream = connection.client.getOutputStream();
+    stream->rdbuf()->pubsetbuf(memory.data(), 16);
+    *stream << "abc";
+    EXPECT_EQ(messageOf<BrokenPipeException>([&] { stream->flush(); }), "Pipe was closed at other end.");
+}
+
+TEST_F(PipeBufferBaseTest, ACopySharesPipeAndMemory) {
+    in.pubsetbuf(memory.data(), 16);
+    writeText(connection.accepted, "abc");
+    EXPECT_EQ(in.sbumpc(), 'a');
+    OpenBuffer copy(in);
+    EXPECT_EQ(copy.in_avail(), 2);
+    EXPECT_EQ(copy.sbumpc(), 'b');
+    EXPECT_THROW(copy.pubsetbuf(memory.data(), 16), CvPipeException);
+    OpenBuffer assigned(&connection.client, std::ios_base::out);
+    assigned = in;
+    EXPECT_EQ(assigned.sbumpc(), 'b');
+    EXPECT_THROW(assigned.sputc('x'), CvPipeException);
+}
+
+TEST_F(PipeBufferBaseTest, AnUnbufferedCopyOutlivesItsOriginal) {
+    writeText(connection.accepted, "ab");
+    auto original = std::make_unique<OpenBuffer>(&connection.client, std::ios_base::in);
+    EXPECT_EQ(original->sgetc(), 'a');
+    OpenBuffer copy(*original);
+    OpenBuffer assigned(&connection.client, std::ios_base::in);
+    assigned = *original;
+    original.reset();
+    EXPECT_EQ(copy.sbumpc(), 'a');
+    EXPECT_EQ(copy.sgetc(), 'b');
+    EXPECT_EQ(assigned.sbumpc(), 'a');
+}
+
+}  // namespace
+}  // namespace Testing
+}  // namespace Corvane

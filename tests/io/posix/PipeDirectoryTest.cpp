@@ -1,0 +1,155 @@
+#include "io/platform/posix/PipeDirectory.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "tests/io/posix/PosixTest.h"
+
+namespace Corvane {
+namespace Testing {
+namespace {
+
+using Io::Platform::findPipeDirectory;
+
+class PipeDirectoryTest : public ::testing::Test {
+ protected:
+    PipeDirectoryTest() {
+        ::unsetenv("CVTP_PIPE_DIR");
+        ::unsetenv("XDG_RUNTIME_DIR");
+    }
+    ~PipeDirectoryTest() override {
+        ::unsetenv("CVTP_PIPE_DIR");
+        ::unsetenv("XDG_RUNTIME_DIR");
+    }
+
+    void makeSystem(unsigned mode) {
+        std::filesystem::create_directory(system);
+        ASSERT_EQ(::chmod(system.c_str(), mode), 0);
+    }
+    int find(bool create = false) { return findPipeDirectory(system, create, found); }
+
+    TemporaryFolder folder;
+    const std::string system = folder.file("system");
+    const std::string runtime = folder.file("cvtp");
+    std::string found;
+};
+
+TEST_F(PipeDirectoryTest, TheVariableComesFirstAndItsFolderIsTheCallersChoice) {
+    makeSystem(0755);
+    const std::string own = folder.file("own");
+    std::filesystem::create_directory(own);
+    ASSERT_EQ(::chmod(own.c_str(), 0777), 0);
+    ::setenv("CVTP_PIPE_DIR", (own + "//").c_str(), 1);
+    EXPECT_EQ(find(), 0);
+    EXPECT_EQ(found, own);
+    const std::string link = folder.file("link");
+    std::filesystem::create_directory_symlink(own, link);
+    ::setenv("CVTP_PIPE_DIR", link.c_str(), 1);
+    EXPECT_EQ(find(), 0);
+    EXPECT_EQ(found, link);
+}
+
+TEST_F(PipeDirectoryTest, TheVariableMustNameAFolderAndNoneIsMade) {
+    const std::string missing = folder.file("missing");
+    ::setenv("CVTP_PIPE_DIR", missing.c_str(), 1);
+    LogCapture log;
+    EXPECT_EQ(find(true), ENOENT);
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + missing + " refused: CVTP_PIPE_DIR names no folder."});
+    EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(PipeDirectoryTest, TheSystemFolderComesNext) {
+    ::setenv("CVTP_PIPE_DIR", "", 1);
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    makeSystem(01777);
+    EXPECT_EQ(find(true), 0);
+    EXPECT_EQ(found, system);
+    EXPECT_FALSE(std::filesystem::exists(runtime));
+}
+
+TEST_F(PipeDirectoryTest, AFolderThatOthersMayWriteToNeedsTheStickyBit) {
+    for (const unsigned mode : {0777U, 0770U, 0702U}) {
+        makeSystem(mode);
+        LogCapture log;
+        EXPECT_EQ(find(), EPERM);
+        EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + system +
+                                     " refused: others may write to it and it has no sticky bit."});
+    }
+    makeSystem(01770);
+    EXPECT_EQ(find(), 0);
+}
+
+TEST_F(PipeDirectoryTest, ALinkIsRefused) {
+    makeSystem(0755);
+    std::filesystem::rename(system, folder.file("target"));
+    std::filesystem::create_directory_symlink(folder.file("target"), system);
+    LogCapture log;
+    EXPECT_EQ(find(), ELOOP);
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + system + " refused: it is a link."});
+}
+
+TEST_F(PipeDirectoryTest, AnotherUsersFolderIsRefused) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a folder away";
+    }
+    makeSystem(0755);
+    ASSERT_EQ(::chown(system.c_str(), NOBODY, NOBODY), 0);
+    LogCapture log;
+    EXPECT_EQ(find(), EPERM);
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + system + " refused: it belongs to another user."});
+    ChildProcess owner([&] { return ::setuid(NOBODY) == 0 && find() == 0 ? 0 : 1; });
+    EXPECT_EQ(owner.wait(), 0);
+}
+
+TEST_F(PipeDirectoryTest, TheRuntimeFolderIsMadeByAServerForItsUserAlone) {
+    ::setenv("XDG_RUNTIME_DIR", (folder.getPath() + "/").c_str(), 1);
+    LogCapture log;
+    EXPECT_EQ(find(false), ENOENT);
+    EXPECT_FALSE(std::filesystem::exists(runtime));
+    EXPECT_EQ(find(true), 0);
+    EXPECT_EQ(found, runtime);
+    struct stat status {};
+    ASSERT_EQ(::stat(runtime.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700U);
+    EXPECT_EQ(find(false), 0);
+    EXPECT_EQ(find(true), 0);
+    EXPECT_EQ(log.texts(), Lines{});
+    ASSERT_EQ(::chmod(runtime.c_str(), 0777), 0);
+    EXPECT_EQ(find(true), EPERM);
+}
+
+TEST_F(PipeDirectoryTest, SomethingElseInItsPlaceIsRefused) {
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    std::FILE* const file = std::fopen(runtime.c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    std::fclose(file);
+    LogCapture log;
+    EXPECT_EQ(find(true), ENOTDIR);
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + runtime + " refused: it is not a folder."});
+}
+
+TEST_F(PipeDirectoryTest, WithoutARuntimeFolderItLiesInTmp) {
+    const std::string expected = "/tmp/cvtp-" + std::to_string(::geteuid());
+    const bool wasThere = std::filesystem::exists(expected);
+    for (const std::string& unusable : {std::string("relative"), folder.file("missing")}) {
+        ::setenv("XDG_RUNTIME_DIR", unusable.c_str(), 1);
+        find(false);
+        EXPECT_EQ(found, expected);
+    }
+    ::unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(find(true), 0);
+    EXPECT_EQ(found, expected);
+    if (!wasThere) {
+        std::filesystem::remove(expected);
+    }
+}
+
+}  // namespace
+}  // namespace Testing
+}  // namespace Corvane

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <Poco/Environment.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+#include <system_error>
+
+namespace Corvane {
+namespace Testing {
+
+/// While it lives, the pipes of this process and of those it starts lie in a folder of their own, which is removed
+/// at the end. One at a time, made and destroyed while no other thread works with pipes. Where the system itself
+/// keeps the pipes, the folder stays empty.
+class TemporaryPipeDirectory {
+ public:
+    TemporaryPipeDirectory() {
+        std::random_device random;
+        do {
+            // Short, since the paths of sockets are limited.
+            directory = std::filesystem::temp_directory_path() / ("cvtp_" + std::to_string(random()));
+        } while (!std::filesystem::create_directory(directory));
+        Poco::Environment::set(VARIABLE, directory.string());
+    }
+    ~TemporaryPipeDirectory() {
+        // Empty is the same as not set.
+        Poco::Environment::set(VARIABLE, "");
+        std::error_code ignored;
+        std::filesystem::remove_all(directory, ignored);
+    }
+    TemporaryPipeDirectory(const TemporaryPipeDirectory&) = delete;
+    TemporaryPipeDirectory& operator=(const TemporaryPipeDirectory&) = delete;
+
+    std::string path() const { return directory.string(); }
+
+ private:
+    static constexpr const char* VARIABLE = "CVTP_PIPE_DIR";
+
+    std::filesystem::path directory;
+};
+
+}  // namespace Testing
+}  // namespace Corvane
