@@ -1,0 +1,10 @@
+#include "cvtp/CvtpConnectionManager.h"
+
+namespace Corvane {
+namespace Cvtp {
+
+CvtpConnectionManager::CvtpConnectionManager() = default;
+CvtpConnectionManager::~CvtpConnectionManager() = default;
+
+}  // namespace Cvtp
+}  // namespace Corvane

@@ -1,0 +1,215 @@
+#include "cvtp/internal/AbstractCvtpRequestImpl.h"
+
+#include <algorithm>
+
+#include "cvtp/CvtpClient.h"
+#include "cvtp/CvtpConnectionManager.h"
+#include "cvtp/CvtpResponse.h"
+#include "cvtp/Version.h"
+#include "cvtp/internal/CvtpMessageOutImpl.h"
+#include "cvtp/internal/CvtpOStream.h"
+#include "cvtp/internal/LogAndThrow.h"
+#include "cvtp/internal/TraceTags.h"
+#include "io/CvPipe.h"
+#include "io/Exceptions.h"
+#include "support/Utf8String.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+using Corvane::Cvtp::CvtpClient;
+using Corvane::Cvtp::CvtpResponse;
+using Corvane::Cvtp::Version;
+using Io::BrokenPipeException;
+using Io::CvPipeException;
+using Io::IllegalStateException;
+
+namespace {
+
+/// A stream at its end has not failed: the pipe itself tells the next write that the other end is gone.
+bool hasFailed(const std::ios& stream) {
+    return stream.fail() && !stream.eof();
+}
+
+}  // namespace
+
+AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, const std::string& resource,
+                                                 const std::string& mode, CvtpClient* client,
+                                                 const std::string& pipeName)
+    : client(client),
+      pipeName(pipeName),
+      method(method),
+      resource(resource),
+      mode(mode),
+      encoder(std::make_unique<Xml::Utf8String>()) {
+    message = std::make_unique<CvtpMessageOutImpl>(this, TAG_SEND, encoder.get());
+    message->addHeader(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
+}
+
+AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
+    try {
+        // Null, when there is no pipe, is nothing to the manager.
+        client->getManager()->returnPipe(pipe);
+    } catch (const IllegalStateException&) {
+        // The manager has logged it, and a destructor has nobody to tell.
+    } catch (...) {
+        // An application's own manager may throw anything; it must not end the process.
+    }
+}
+
+std::string AbstractCvtpRequestImpl::getStartLine() {
+    return method + " " + encoder->encode(resource) + " " + Version::CURRENT_VERSION.toString();
+}
+
+void AbstractCvtpRequestImpl::addHeader(const std::string& name, const std::string& value) {
+    message->addHeader(name, value);
+}
+
+void AbstractCvtpRequestImpl::setHeader(const std::string& name, const std::string& value) {
+    message->setHeader(name, value);
+}
+
+void AbstractCvtpRequestImpl::removeHeader(const std::string& name) {
+    message->removeHeader(name);
+}
+
+void AbstractCvtpRequestImpl::setBody(const char* data, std::size_t length) {
+    message->setBody(data, length);
+}
+
+bool AbstractCvtpRequestImpl::isCommitted() const {
+    return message->isCommitted();
+}
+
+std::string AbstractCvtpRequestImpl::getMethod() const {
+    return method;
+}
+
+void AbstractCvtpRequestImpl::setResource(const std::string& newResource) {
+    resource = newResource;
+}
+
+std::string AbstractCvtpRequestImpl::getResource() const {
+    return resource;
+}
+
+void AbstractCvtpRequestImpl::setBodyStream(std::istream* body) {
+    bodyStream = body;
+    message->addHeader(HEADER_TRANSFER_ENCODING, HEADER_CHUNKED_ENCODING);
+}
+
+std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendRequest() {
+    // No count of attempts: each one drops a pipe that was broken, and one that cannot connect anew ends with an
+    // exception.
+    for (;;) {
+        requireOneBody();
+        try {
+            return sendOnce();
+        } catch (BrokenPipeException& lost) {
+            afterLostConnection(lost);
+        }
+    }
+}
+
+bool AbstractCvtpRequestImpl::hasBodyBytes() const {
+    return message->getBodyLength() != -1;
+}
+
+void AbstractCvtpRequestImpl::requireOneBody() const {
+    if (hasBodyBytes() && bodyStream != nullptr) {
+        logAndThrow<IllegalStateException>(
+            "Both the setBody and setBodyStream methods were called. Only one method of providing body data is "
+            "permitted.");
+    }
+    if (!hasBodyBytes() && bodyStream == nullptr) {
+        // "these method" is the wording that operators know; deliberate.
+        logAndThrow<IllegalStateException>(
+            "Neither the setBody, or setBodyStream methods were called. Body data must be provided by one of these "
+            "method.");
+    }
+}
+
+std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
+    if (message->isCommitted()) {
+        logAndThrow<IllegalStateException>(
+            "The start line and headers have already been committed to the request. Cannot send again.");
+    }
+    bodyOut.reset();
+    removePipe();
+    pipe = client->getManager()->getPipe(pipeName, mode);
+    if (pipe == nullptr) {
+        logAndThrow<CvPipeException>("The connection manager has no pipe for " + pipeName + ".");
+    }
+    requireIntactStreams();
+    std::ostream* const out = pipe->getOutputStream();
+    const bool chunked = bodyStream != nullptr;
+    bodyOut = std::make_unique<CvtpOStream>(client->getIntegerOption(CvtpClient::BUFFER_SIZE), chunked, *out);
+    message->writeHeaders(*out);
+    if (chunked) {
+        copyBodyStream();
+    } else {
+        message->writeBody(*bodyOut);
+    }
+    bodyOut->send();
+    return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
+}
+
+bool AbstractCvtpRequestImpl::isAnswered() const {
+    return mode.find('r') != std::string::npos;
+}
+
+void AbstractCvtpRequestImpl::requireIntactStreams() const {
+    // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
+    // message, and whatever came behind that would be read as its rest.
+    if (hasFailed(*pipe->getOutputStream()) || (isAnswered() && hasFailed(*pipe->getInputStream()))) {
+        throw BrokenPipeException("An earlier request failed on this pipe.");
+    }
+}
+
+void AbstractCvtpRequestImpl::removePipe() {
+    if (pipe == nullptr) {
+        return;
+    }
+    Io::CvPipe* const discarded = pipe;
+    // First, so that whatever the manager throws, this request does not give the pipe back once more.
+    pipe = nullptr;
+    client->getManager()->removePipe(discarded);
+}
+
+void AbstractCvtpRequestImpl::copyBodyStream() {
+    const std::streamsize size = std::max(client->getIntegerOption(CvtpClient::BUFFER_SIZE), 1);
+    const std::unique_ptr<char[]> buffer(new char[static_cast<std::size_t>(size)]);
+    while (!bodyStream->eof()) {
+        try {
+            bodyStream->read(buffer.get(), size);
+        } catch (...) {
+            // The stream was told to throw. Half a message is on the pipe, which nobody may use after it.
+            removePipe();
+            throw;
+        }
+        if (bodyStream->gcount() > 0) {
+            bodyOut->write(buffer.get(), bodyStream->gcount());
+        }
+        if (bodyStream->fail() && !bodyStream->eof()) {
+            removePipe();
+            logAndThrow<CvPipeException>("The body stream of the " + method +
+                                         " request failed before its end was reached. The pipe was closed.");
+        }
+    }
+}
+
+void AbstractCvtpRequestImpl::afterLostConnection(BrokenPipeException& lost) {
+    if (message->isCommitted() && !hasBodyBytes()) {
+        removePipe();
+        logError("Lost connection to server, the request will be aborted. " + lost.getMessage());
+        throw BrokenPipeException(lost);
+    }
+    if (isDebug()) {
+        logDebug("Lost connection to server, attempt request with new connection. " + lost.getMessage());
+    }
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,200 @@
+#include "cvtp/internal/DefaultConnectionManager.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <sstream>
+#include <utility>
+
+#include "cvtp/internal/LogAndThrow.h"
+#include "io/Exceptions.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+using Io::CvPipe;
+using Io::CvPipeException;
+using Io::IllegalStateException;
+
+namespace {
+
+/// Numbers the connections of the process for the log.
+std::atomic<std::uint32_t> nextBinding{1};
+
+/// Serialises the connecting of all pipes of the process.
+std::mutex creationLock;
+
+std::int64_t currentTimeMillis() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+std::string addressOf(const CvPipe* pipe) {
+    std::ostringstream text;
+    text << static_cast<const void*>(pipe);
+    return text.str();
+}
+
+std::string pipeLabel(const std::string& pipeName, const PipeInfo& info) {
+    return "(" + pipeName + "/" + info.bindingName + ")";
+}
+
+[[noreturn]] void throwReturnedTwice(const PipeInfo& info) {
+    // No blank stands between key and text; deliberate.
+    logAndThrow<IllegalStateException>(info.poolKey + "has already been returned to the Pipe Pool");
+}
+
+}  // namespace
+
+DefaultConnectionManager::DefaultConnectionManager(int connectTimeout, int staleTimeout)
+    : connectTimeout(connectTimeout), staleTimeout(staleTimeout), mutex(std::make_unique<RecursiveMutex>()) {}
+
+DefaultConnectionManager::~DefaultConnectionManager() = default;
+
+CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std::string& mode) {
+    const std::string poolKey = pipeName + "." + mode;
+    std::unique_ptr<PipeInfo> info = takeIdlePipe(poolKey);
+    if (info == nullptr) {
+        // Without the pool's lock: connecting may take as long as the connect timeout.
+        info = createPipe(pipeName, mode, poolKey);
+    }
+    return handOut(std::move(info), pipeName);
+}
+
+std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& poolKey) {
+    const RecursiveLock lock(mutex.get());
+    purgeStalePipes();
+    IdlePipes& idle = availablePipes[poolKey];
+    if (idle.empty()) {
+        return nullptr;
+    }
+    // The one that has been idle longest.
+    std::unique_ptr<PipeInfo> info = std::move(idle.back());
+    idle.pop_back();
+    return info;
+}
+
+std::unique_ptr<PipeInfo> DefaultConnectionManager::createPipe(const std::string& pipeName, const std::string& mode,
+                                                               const std::string& poolKey) {
+    auto info = std::make_unique<PipeInfo>(poolKey, "Binding-" + std::to_string(nextBinding++));
+    const std::string label = pipeLabel(pipeName, *info);
+    logDebug("Need a CvPipe " + label);
+    const std::lock_guard<std::mutex> creation(creationLock);
+    try {
+        connectNewPipe(*info, pipeName, mode);
+    } catch (const CvPipeException& failure) {
+        logError("Failed create/connect CvPipe " + label);
+        info.reset();
+        // Always this class, whatever the cause was; deliberate: callers catch CvPipeException.
+        throw CvPipeException(failure);
+    }
+    logDebug("Created CvPipe " + label);
+    return info;
+}
+
+void DefaultConnectionManager::connectNewPipe(PipeInfo& info, const std::string& pipeName,
+                                              const std::string& mode) {
+    const bool readable = mode.find('r') != std::string::npos;
+    const bool writable = mode.find('w') != std::string::npos;
+    info.pipe = std::make_unique<CvPipe>();
+    info.pipe->setConnectTimeout(connectTimeout);
+    info.pipe->bind(pipeName, readable, writable);
+    info.pipe->connect();
+    info.installBuffers(readable, writable);
+}
+
+CvPipe* DefaultConnectionManager::handOut(std::unique_ptr<PipeInfo> info, const std::string& pipeName) {
+    const RecursiveLock lock(mutex.get());
+    if (isDebug()) {
+        logDebug("Using CvPipe " + pipeLabel(pipeName, *info));
+    }
+    CvPipe* const pipe = info->pipe.get();
+    usedPipes[pipe] = std::move(info);
+    return pipe;
+}
+
+void DefaultConnectionManager::returnPipe(CvPipe* pipe) {
+    const RecursiveLock lock(mutex.get());
+    if (pipe == nullptr) {
+        return;
+    }
+    const auto used = usedPipes.find(pipe);
+    if (used != usedPipes.end()) {
+        PipeInfo& info = *used->second;
+        info.lastUsed = currentTimeMillis();
+        IdlePipes& idle = availablePipes[info.poolKey];
+        idle.insert(idle.begin(), std::move(used->second));
+        usedPipes.erase(used);
+        return;
+    }
+    if (const PipeInfo* const info = findIdle(pipe)) {
+        throwReturnedTwice(*info);
+    }
+    // No blank stands between address and text; deliberate.
+    logAndThrow<IllegalStateException>("Can't find the pipe " + addressOf(pipe) +
+                                       "in the used or available pools.");
+}
+
+void DefaultConnectionManager::removePipe(CvPipe* pipe) {
+    const RecursiveLock lock(mutex.get());
+    const auto used = usedPipes.find(pipe);
+    if (used != usedPipes.end()) {
+        if (isDebug()) {
+            logDebug("Remove CvPipe " + used->second->bindingName + "(" + addressOf(pipe) +
+                     ") from used pipe list");
+        }
+        const std::unique_ptr<PipeInfo> removed = std::move(used->second);
+        usedPipes.erase(used);
+        return;
+    }
+    if (const PipeInfo* const info = findIdle(pipe)) {
+        throwReturnedTwice(*info);
+    }
+    if (pipe != nullptr) {
+        pipe->close();
+        delete pipe;
+    }
+    logAndThrow<IllegalStateException>("Can't find the pipe in the Used or Available pools. Will delete it.");
+}
+
+const PipeInfo* DefaultConnectionManager::findIdle(const CvPipe* pipe) const {
+    for (const auto& entry : availablePipes) {
+        for (const auto& info : entry.second) {
+            if (info->pipe.get() == pipe) {
+                return info.get();
+            }
+        }
+    }
+    return nullptr;
+}
+
+void DefaultConnectionManager::purgeStalePipes() {
+    const RecursiveLock lock(mutex.get());
+    const std::int64_t now = currentTimeMillis();
+    for (auto& entry : availablePipes) {
+        purgeStalePipes(entry.second, now);
+    }
+}
+
+void DefaultConnectionManager::purgeStalePipes(IdlePipes& idle, std::int64_t now) {
+    std::size_t i = 0;
+    while (i < idle.size() && now - idle[i]->lastUsed <= staleTimeout) {
+        ++i;
+    }
+    if (i == idle.size()) {
+        return;
+    }
+    // The comparison is deliberate: a list of which only the last pipe is stale is emptied, the fresh ones
+    // included; a list with more stale pipes is left alone. The loop ends when j wraps below zero.
+    for (std::size_t j = idle.size() - 1; j <= i; --j) {
+        if (isDebug()) {
+            logDebug("Deleting stale CvPipe " + idle[j]->bindingName);
+        }
+        idle.pop_back();
+    }
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane
