@@ -1,0 +1,241 @@
+#include "cvtp/internal/RequestWorker.h"
+
+#include <algorithm>
+#include <istream>
+#include <limits>
+#include <ostream>
+#include <utility>
+
+#include "cvtp/CvtpHandler.h"
+#include "cvtp/CvtpServer.h"
+#include "cvtp/CvtpServerRequest.h"
+#include "cvtp/CvtpServerResponse.h"
+#include "cvtp/internal/FaultGuard.h"
+#include "cvtp/internal/Logging.h"
+#include "io/CvPipe.h"
+#include "io/Exceptions.h"
+#include "support/Utf8String.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+using Corvane::Cvtp::CvtpMessage;
+using Corvane::Cvtp::CvtpServer;
+using Corvane::Cvtp::CvtpServerRequest;
+using Corvane::Cvtp::CvtpServerResponse;
+using Io::CvPipeException;
+using Io::IllegalStateException;
+using Io::InterruptedException;
+using Io::TimeoutException;
+
+RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* server, const std::string& name)
+    : server(server),
+      pipe(std::move(pipe)),
+      name(name),
+      fullName(server->getStringOption(CvtpServer::SERVER_NAME) + "/" + name) {}
+
+RequestWorker::~RequestWorker() {
+    logDebug("Deleting worker " + fullName);
+    // Before the buffers, on which its streams stand.
+    pipe.reset();
+}
+
+void RequestWorker::run() {
+    started = true;
+    const FaultGuard::Filter filter = FaultGuard::getFilter();
+    if (!filter) {
+        serve();
+        return;
+    }
+    if (FaultGuard::run(filter, [this] { serve(); })) {
+        return;
+    }
+    // The handler faulted. Pipe and busy flag stay as they are, so this object still exists. A worker that was
+    // stopped must not touch the server, which is stopping already.
+    if (!stopRequested) {
+        server->shutdown();
+    }
+}
+
+bool RequestWorker::isBusy() const {
+    return busy;
+}
+
+void RequestWorker::setCancel(bool cancel) {
+    cancelRequested = cancel;
+}
+
+std::string RequestWorker::getName() const {
+    return name;
+}
+
+void RequestWorker::stop() {
+    logDebug("Stopping worker " + fullName);
+    stopRequested = true;
+    closePipe();
+}
+
+void RequestWorker::closePipe() {
+    if (!pipeClosed.exchange(true)) {
+        pipe->close();
+    }
+}
+
+void RequestWorker::dropUnlessStarted() {
+    if (!started) {
+        busy = false;
+    }
+}
+
+void RequestWorker::serve() {
+    try {
+        installBuffers();
+        // One for all messages of the connection, so that its memory is allocated once.
+        Xml::Utf8String scratch;
+        while (!stopRequested && serveRequest(scratch)) {
+        }
+    } catch (...) {
+        logInfo("Application error detected. The pipe will be closed.");
+    }
+    logDebug("Closing CvPipe (" + fullName + "). ");
+    closePipe();
+    busy = false;
+}
+
+void RequestWorker::installBuffers() {
+    const auto size = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
+    const auto streamSize = static_cast<std::streamsize>(size);
+    inputBuffer.reset(new char[size]);
+    pipe->getInputStream()->rdbuf()->pubsetbuf(inputBuffer.get(), streamSize);
+    if (server->acceptsPost()) {
+        outputBuffer.reset(new char[size]);
+        pipe->getOutputStream()->rdbuf()->pubsetbuf(outputBuffer.get(), streamSize);
+    }
+}
+
+/// @return whether the connection goes on.
+bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
+    pipe->setReadTimeout(server->getIntegerOption(CvtpServer::IDLE_TIMEOUT));
+    CvtpServerRequest request(server, pipe->getInputStream(), &scratch);
+    return awaitRequest(request) && processRequest(request, scratch);
+}
+
+bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
+    try {
+        request.awaitStartLine();
+        pipe->setReadTimeout(server->getIntegerOption(CvtpServer::RECEIVE_TIMEOUT));
+        // Reads the headers.
+        request.getStartLine();
+        return true;
+    } catch (TimeoutException& e) {
+        if (request.hasStartLine()) {
+            // Not a client that went quiet, but a request that stopped half way.
+            logUnprocessed("CvPipeException", e.getMessage(), request.getMethod());
+        } else if (isDebug()) {
+            logDebug("TimeoutException - " + fullName + " timed out waiting for a request.  " + e.getMessage());
+        }
+    } catch (InterruptedException& e) {
+        if (isDebug()) {
+            logDebug("InterruptedException - " + fullName + ". " + e.getMessage());
+        }
+    } catch (CvPipeException& e) {
+        logError("CvPipeException - " + fullName + " error while reading request start line. " + e.getMessage());
+    }
+    return false;
+}
+
+bool RequestWorker::processRequest(CvtpServerRequest& request, Xml::Utf8String& scratch) {
+    const std::string method = request.getMethod();
+    try {
+        if (!dispatch(method, request, scratch)) {
+            return false;
+        }
+    } catch (const IllegalStateException& e) {
+        logUnprocessed("IllegalStateException", e.getMessage(), method);
+        return false;
+    } catch (InterruptedException& e) {
+        logError("InterruptedException - " + fullName + ". " + e.getMessage());
+        return false;
+    } catch (CvPipeException& e) {
+        logUnprocessed("CvPipeException", e.getMessage(), method);
+        return false;
+    } catch (...) {
+        logInfo("Application error detected. The pipe will be closed.");
+        return false;
+    }
+    if (cancelRequested) {
+        logDebug("Give up " + fullName + " for a new request waiting for a worker thread.");
+        return false;
+    }
+    return readOverBody(request);
+}
+
+bool RequestWorker::dispatch(const std::string& method, CvtpServerRequest& request, Xml::Utf8String& scratch) {
+    if (method == CvtpMessage::METHOD_NOTIFY) {
+        processNotify(request);
+        return true;
+    }
+    if (method == CvtpMessage::METHOD_POST && server->acceptsPost()) {
+        return processPost(request, scratch);
+    }
+    // The parentheses hold the worker, not the method; deliberate.
+    logError("Unrecognized request method (" + fullName + "), the full message will be ignored.");
+    return false;
+}
+
+void RequestWorker::processNotify(CvtpServerRequest& request) {
+    if (isDebug()) {
+        logDebug("Begin processing of NOTIFY request (" + fullName + ").");
+    }
+    ++server->notifyRequests;
+    server->getHandler()->doNotify(request);
+    if (isDebug()) {
+        logDebug("Complete processing of NOTIFY request (" + fullName + ").");
+    }
+}
+
+bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scratch) {
+    if (isDebug()) {
+        logDebug("Begin processing of POST request (" + fullName + ").");
+    }
+    CvtpServerResponse response(server, pipe->getOutputStream(), &scratch);
+    ++server->postRequests;
+    server->getHandler()->doPost(request, response);
+    if (isDebug()) {
+        logDebug("Complete processing of POST request (" + fullName + ").");
+    }
+    if (response.isSentInPart()) {
+        // The client would take the next response for the rest of this one.
+        logDebug("The response to a POST request was not completed (" + fullName + "). The pipe will be closed.");
+        return false;
+    }
+    return true;
+}
+
+/// What the handler left of the body must not be taken for the next request.
+bool RequestWorker::readOverBody(CvtpServerRequest& request) {
+    if (request.isBodyComplete()) {
+        return true;
+    }
+    try {
+        std::istream& body = *request.getBodyStream();
+        body.clear();
+        body.ignore(std::numeric_limits<std::streamsize>::max());
+    } catch (const CvPipeException&) {
+        // Seen below: the body is not complete.
+    }
+    if (!request.isBodyComplete() && isDebug()) {
+        logDebug("The body of a request did not end (" + fullName + "). The pipe will be closed.");
+    }
+    return request.isBodyComplete();
+}
+
+void RequestWorker::logUnprocessed(const char* kind, const std::string& reason, const std::string& method) const {
+    logError(std::string(kind) + " - " + fullName + ". " + reason);
+    logError("Could not process the " + method + " request. The pipe will be closed.");
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane
