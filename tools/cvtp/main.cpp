@@ -1,0 +1,26 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "cvtp/Version.h"
+#include "tools/cvtp/Commands.h"
+#include "tools/cvtp/Failure.h"
+
+int main(int argc, char** argv) {
+    // Bodies go through these streams; without the ties to C they move by the block.
+    std::ios::sync_with_stdio(false);
+
+    CLI::App app("Sends and serves CVTP requests over named pipes.", "cvtp");
+    app.require_subcommand(1);
+    app.set_version_flag("--version",
+                         "cvtp " CVTP_TOOL_VERSION " (" + Corvane::Cvtp::Version::CURRENT_VERSION.toString() + ")");
+    int exitCode = Corvane::Tools::EXIT_OK;
+    Corvane::Tools::addServeCommand(app, exitCode);
+    Corvane::Tools::addPostCommand(app, exitCode);
+    Corvane::Tools::addNotifyCommand(app, exitCode);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Corvane::Tools::EXIT_OK : Corvane::Tools::EXIT_USAGE;
+    }
+    return exitCode;
+}
