@@ -1,6 +1,8 @@
 #include "cvtp/CvtpResponse.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/internal/CvtpMessageInImpl.h"
@@ -26,6 +28,12 @@ struct StatusLineBlanks {
     std::string::size_type second;
 };
 
+/// The decimal prefix; a number that does not fit becomes the largest, or smallest, one that does.
+int parseStatusCode(const std::string& text) {
+    return static_cast<int>(std::clamp<long long>(
+        std::strtoll(text.c_str(), nullptr, 10), std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
 }  // namespace
 
 CvtpResponse::CvtpResponse() = default;
@@ -44,9 +52,9 @@ int CvtpResponse::getStatusCode() {
         const std::string line = getStartLine();
         const StatusLineBlanks blanks(line);
         if (blanks.first == std::string::npos) {
-            return std::atoi(line.c_str());
+            return parseStatusCode(line);
         }
-        return std::atoi(line.substr(blanks.first + 1, blanks.second - blanks.first - 1).c_str());
+        return parseStatusCode(line.substr(blanks.first + 1, blanks.second - blanks.first - 1));
     } catch (const Io::CvPipeException&) {
         return STATUS_SERVER_ERROR;
     }

@@ -121,7 +121,8 @@ class CVTP_EXPORT CvtpServer : public Poco::Runnable {
     /// `_EXCEPTION_POINTERS*`. It answers 1 to stop the server in order, and the process goes on living; 0 to let
     /// the fault go where it would have gone without a guard; -1 to go on where the fault was.
     ///
-    /// Set it before run(): a connection is guarded by the filter that was set when its worker began.
+    /// Set it before run(): a connection is guarded by the filter that was set when its worker began. Null also
+    /// takes the guard from the connections that are there.
     static void setExceptionHandler(int (*filter)(unsigned int code, void* info));
 
     /// The same for a filter that names the platform's types, such as `int (*)(unsigned int, siginfo_t*)`.
@@ -132,6 +133,12 @@ class CVTP_EXPORT CvtpServer : public Poco::Runnable {
                                    return reinterpret_cast<int (*)(Code, Info*)>(function)(
                                        static_cast<Code>(code), static_cast<Info*>(info));
                                });
+    }
+
+    /// The same for a lambda that captures nothing.
+    template <class Lambda>
+    static auto setExceptionHandler(Lambda filter) -> decltype(setExceptionHandler(+filter)) {
+        setExceptionHandler(+filter);
     }
 
  private:

@@ -37,7 +37,10 @@ CvtpServerResponse::CvtpServerResponse(CvtpServer* server, std::ostream* out, Xm
     writer->setHeader(HEADER_SERVER, server->getStringOption(CvtpServer::SERVER_NAME));
 }
 
-CvtpServerResponse::~CvtpServerResponse() = default;
+CvtpServerResponse::~CvtpServerResponse() {
+    // Before the writer, which it refers to.
+    bodyStream.reset();
+}
 
 void CvtpServerResponse::setStatusCode(int code) {
     setStatusCode(code, reasonOf(code));

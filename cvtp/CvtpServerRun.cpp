@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
-#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -167,7 +167,7 @@ void CvtpServer::assignToWorkerThread(std::unique_ptr<Io::CvPipe> pipe) {
 
 /// @return false when the server was told to stop meanwhile.
 bool CvtpServer::waitForThread(const std::string& workerLabel, ThreadWait& wait) {
-    const int step = std::max(idleTimeout / 10, 1);
+    const int step = std::max(idleTimeout / 10, 0);
     for (;;) {
         if (threadPool->available() == 0 && maxRequestProcessors == 0) {
             threadPool->addCapacity(THREAD_GROWTH);
@@ -181,7 +181,8 @@ bool CvtpServer::waitForThread(const std::string& workerLabel, ThreadWait& wait)
         }
         logDebug("Still waiting for thread to process CvPipe worker " + workerLabel);
         cancelBusyWorkers(true);
-        if (waitForShutdown(step)) {
+        // An idle timeout below 10 ms, or none at all, makes a step of 0, which must not become a busy loop.
+        if (waitForShutdown(std::max(step, 1))) {
             return false;
         }
         wait.totalMs += step;
@@ -321,21 +322,23 @@ void CvtpServer::deleteWorkers() {
             logInfo("************* Worker thread not deleted: " + entry.second.worker->getName());
             // Left alone for good: its thread is still in it.
             static_cast<void>(entry.second.worker.release());
+        } else {
+            // Not left to clear(), which goes through them in no certain order.
+            entry.second.worker.reset();
         }
     }
     workers.clear();
 }
 
 std::string CvtpServer::summary() const {
-    std::ostringstream text;
-    text << "\nCvtpServer " << pipeName << " Summary:\n"
-         << "    Total POST requests:       " << postRequests << "\n"
-         << "    Total NOTIFY requests:     " << notifyRequests << "\n"
-         << "    Total workers used:        " << workersUsed << "\n"
-         << "    Total idle timeouts:       " << idleTimeouts << "\n"
-         << "    Total waits for thread:    " << waitsForThread << "\n"
-         << "    Peak number of threads:    " << peakThreads << "\n";
-    return text.str();
+    // Not through a stream, whose numbers would follow the application's locale.
+    return "\nCvtpServer " + pipeName + " Summary:\n" +                                 //
+           "    Total POST requests:       " + std::to_string(postRequests) + "\n" +    //
+           "    Total NOTIFY requests:     " + std::to_string(notifyRequests) + "\n" +  //
+           "    Total workers used:        " + std::to_string(workersUsed) + "\n" +     //
+           "    Total idle timeouts:       " + std::to_string(idleTimeouts) + "\n" +    //
+           "    Total waits for thread:    " + std::to_string(waitsForThread) + "\n" +  //
+           "    Peak number of threads:    " + std::to_string(peakThreads) + "\n";
 }
 
 }  // namespace Cvtp

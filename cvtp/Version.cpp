@@ -1,6 +1,8 @@
 #include "cvtp/Version.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
 
 #include "support/StringUtils.h"
 
@@ -16,6 +18,19 @@ bool startsWith(const std::string& text, const std::string& prefix) {
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+/// Scans as "%d" does, but a number that does not fit becomes the largest, or smallest, one that does.
+bool scanNumber(const char*& text, std::int32_t& number) {
+    char* end = nullptr;
+    const long long value = std::strtoll(text, &end, 10);
+    if (end == text) {
+        return false;
+    }
+    text = end;
+    number = static_cast<std::int32_t>(std::clamp<long long>(value, std::numeric_limits<std::int32_t>::min(),
+                                                             std::numeric_limits<std::int32_t>::max()));
+    return true;
+}
+
 }  // namespace
 
 Version::Version(const std::string& text) {
@@ -23,8 +38,12 @@ Version::Version(const std::string& text) {
     if (label.size() <= sCvtpLabel.size() || !startsWith(label, sCvtpLabel)) {
         return;
     }
-    // The result is not looked at, on purpose: what does not scan keeps the value of 1.0.
-    static_cast<void>(std::sscanf(label.c_str() + sCvtpLabel.size(), "%d.%d", &major, &minor));
+    // What does not scan keeps the value of 1.0, on purpose.
+    const char* rest = label.c_str() + sCvtpLabel.size();
+    if (scanNumber(rest, major) && *rest == '.') {
+        ++rest;
+        scanNumber(rest, minor);
+    }
 }
 
 std::int32_t Version::getMajor() const noexcept {

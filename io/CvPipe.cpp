@@ -59,7 +59,21 @@ void CvPipe::connect() {
         throw IllegalStateException("Pipe not yet bound");
     }
     path = Platform::PIPE_PREFIX + name;
+    forgetFormerConnection();
     connectPipe(path, name, readable, writable, connectTimeout);
+}
+
+/// What was read ahead or not written yet belongs to a connection that is gone, and so does the state of the
+/// streams.
+void CvPipe::forgetFormerConnection() {
+    inputBuffer->discard();
+    outputBuffer->discard();
+    if (inputStream != nullptr) {
+        inputStream->clear();
+    }
+    if (outputStream != nullptr) {
+        outputStream->clear();
+    }
 }
 
 void CvPipe::connect(const std::string& newName, bool newReadable, bool newWritable) {

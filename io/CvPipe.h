@@ -24,8 +24,9 @@ class ServerCvPipe;
 /// States: unbound, bound (name and direction are fixed, once), open, closed. A closed pipe stays bound and may be
 /// opened again with connect().
 ///
-/// A pipe is used by one thread at a time, but for close(), which any thread may call to end a blocked call.
-/// All timeouts are in milliseconds; 0 (and below) waits forever.
+/// A pipe is used by one thread at a time, but for close(), which any thread may call to end a blocked read or
+/// write. It belongs to the process that opened it: a child that was forked may destroy its copy and do nothing
+/// else with it. All timeouts are in milliseconds; 0 (and below) waits forever.
 class CVTP_EXPORT CvPipe {
  public:
     /// Unbound; waits 10 seconds for a server when it connects, and without limit when it reads.
@@ -106,6 +107,7 @@ class CVTP_EXPORT CvPipe {
     friend class ServerCvPipe;
 
     void connectPipe(const std::string& path, const std::string& name, bool readable, bool writable, int timeoutMs);
+    void forgetFormerConnection();
     void closePipe();
     /// Takes over the connected instance of a server.
     void takeOver(const std::string& path, bool readable, bool writable,

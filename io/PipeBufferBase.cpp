@@ -10,10 +10,10 @@ namespace Corvane {
 namespace Io {
 
 template <class CharT, class Traits>
-PipeBufferBase<CharT, Traits>::PipeBufferBase(CvPipe* pipe, std::ios_base::openmode mode)
+PipeBufferBase<CharT, Traits>::PipeBufferBase(CvPipe* pipe, int mode)
     : pipe(pipe),
-      isInput(mode == std::ios_base::in),
-      isOutput(mode == std::ios_base::out),
+      isInput(mode == static_cast<int>(std::ios_base::in)),
+      isOutput(mode == static_cast<int>(std::ios_base::out)),
       buffer(nullptr),
       bufferSize(0),
       oneChar() {
@@ -88,6 +88,26 @@ void PipeBufferBase<CharT, Traits>::writePutArea() {
     }
 }
 
+/// In one piece, unless that is more than the pipe can count.
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::writeUnbuffered(const CharT* s, std::streamsize n) {
+    while (n > 0) {
+        const std::streamsize piece = std::min<std::streamsize>(n, std::numeric_limits<int>::max());
+        pipe->writePipe(s, 0, static_cast<int>(piece));
+        s += piece;
+        n -= piece;
+    }
+}
+
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::discard() {
+    if (isOutput) {
+        this->setp(buffer, buffer + bufferSize);
+    } else {
+        this->setg(buffer, buffer, buffer);
+    }
+}
+
 template <class CharT, class Traits>
 typename PipeBufferBase<CharT, Traits>::int_type PipeBufferBase<CharT, Traits>::overflow(int_type c) {
     requireOutput();
@@ -138,7 +158,7 @@ std::streamsize PipeBufferBase<CharT, Traits>::xsputn(const CharT* s, std::strea
         return 0;
     }
     if (buffer == nullptr) {
-        pipe->writePipe(s, 0, static_cast<int>(n));
+        writeUnbuffered(s, n);
         // Not n, although all of it was written; deliberate. Whoever writes to a pipe's stream gives it a buffer.
         return 0;
     }
@@ -164,11 +184,7 @@ std::basic_streambuf<CharT, Traits>* PipeBufferBase<CharT, Traits>::setbuf(CharT
     const std::streamsize limit = std::numeric_limits<std::int32_t>::max();
     buffer = s;
     bufferSize = s == nullptr ? 0 : static_cast<std::int32_t>(std::clamp<std::streamsize>(n, 0, limit));
-    if (isOutput) {
-        this->setp(buffer, buffer + bufferSize);
-    } else {
-        this->setg(buffer, buffer, buffer);
-    }
+    discard();
     return this;
 }
 

@@ -27,9 +27,9 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     using int_type = typename Traits::int_type;
 
     /// @param pipe not owned.
-    /// @param mode std::ios_base::in or std::ios_base::out.
+    /// @param mode the value of std::ios_base::in or std::ios_base::out.
     /// @throws CvPipeException any other mode.
-    PipeBufferBase(CvPipe* pipe, std::ios_base::openmode mode);
+    PipeBufferBase(CvPipe* pipe, int mode);
     PipeBufferBase(const PipeBufferBase& other);
     PipeBufferBase& operator=(const PipeBufferBase& other);
     ~PipeBufferBase() override;
@@ -45,9 +45,15 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     int sync() override;
 
  private:
+    /// A pipe that is opened again must not go on with the bytes of the connection before.
+    friend class CvPipe;
+
     void requireInput() const;
     void requireOutput() const;
     void writePutArea();
+    void writeUnbuffered(const CharT* s, std::streamsize n);
+    /// Forgets what was read ahead, or not written yet.
+    void discard();
     void adoptOneChar(const PipeBufferBase& other);
 
     CvPipe* pipe;

@@ -128,8 +128,11 @@ void ServerCvPipe::accept(CvPipe& pipe) {
 
 void ServerCvPipe::acceptPipe(const std::string& path, const std::string&, long, bool mayRead, bool mayWrite,
                               int timeoutMs, CvPipe& pipe) {
+    const std::shared_ptr<Platform::PipeListener> instance = currentInstance();
     std::shared_ptr<Platform::PipeChannel> channel;
-    switch (Platform::awaitClient(currentInstance(), timeoutMs, channel)) {
+    // A pipe that was closed just before this call is no failure of the system, and not to be logged as one.
+    const bool isAborted = instance == nullptr && isClosed();
+    switch (isAborted ? static_cast<int>(Platform::ABORTED) : Platform::awaitClient(instance, timeoutMs, channel)) {
         case Platform::SUCCESS:
             pipe.takeOver(path, mayRead, mayWrite, std::move(channel));
             bindPipe(path, false);

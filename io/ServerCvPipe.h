@@ -20,6 +20,9 @@ class CvPipe;
 /// The listening side of a pipe. One instance of it always waits for a client: accept() hands the connected one to
 /// a CvPipe and makes the next.
 ///
+/// It belongs to the process that bound it: a child that was forked may destroy its copy and do nothing else with
+/// it.
+///
 /// One thread accepts; close() may come from any thread and ends a blocked accept(). Timeouts are in milliseconds;
 /// 0 waits forever.
 class CVTP_EXPORT ServerCvPipe {

@@ -159,10 +159,14 @@ bool AbstractCvtpRequestImpl::isAnswered() const {
     return mode.find('r') != std::string::npos;
 }
 
-void AbstractCvtpRequestImpl::requireIntactStreams() const {
+void AbstractCvtpRequestImpl::requireIntactStreams() {
     // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
     // message, and whatever came behind that would be read as its rest.
     if (hasFailed(*pipe->getOutputStream()) || (isAnswered() && hasFailed(*pipe->getInputStream()))) {
+        if (pipe == refusedPipe) {
+            logAndThrow<CvPipeException>("The connection manager gave a failed pipe for " + pipeName + " again.");
+        }
+        refusedPipe = pipe;
         throw BrokenPipeException("An earlier request failed on this pipe.");
     }
 }

@@ -60,7 +60,7 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     void requireOneBody() const;
     std::unique_ptr<Corvane::Cvtp::CvtpResponse> sendOnce();
     /// @throws Io::BrokenPipeException a request before this one failed on the pipe.
-    void requireIntactStreams() const;
+    void requireIntactStreams();
     void copyBodyStream();
     /// Returns when the request may be sent again; else throws.
     void afterLostConnection(Io::BrokenPipeException& lost);
@@ -80,6 +80,8 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     std::istream* bodyStream = nullptr;
     std::unique_ptr<CvtpMessageOutImpl> message;
     std::unique_ptr<Xml::Utf8String> encoder;
+    /// The last pipe that the manager gave although it had failed; only compared.
+    const Io::CvPipe* refusedPipe = nullptr;
 };
 
 }  // namespace Cvtp

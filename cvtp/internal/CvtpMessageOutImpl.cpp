@@ -1,6 +1,7 @@
 #include "cvtp/internal/CvtpMessageOutImpl.h"
 
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "cvtp/internal/LogAndThrow.h"
@@ -43,7 +44,8 @@ void CvtpMessageOutImpl::removeHeader(const std::string& name) {
 void CvtpMessageOutImpl::setBody(const char* data, std::size_t length) {
     // Appended, not replaced, on purpose: a second call leaves both lengths in the header.
     addHeader(HEADER_CONTENT_LENGTH, std::to_string(length));
-    body.reset(static_cast<char*>(std::malloc(length + 1)));
+    body.reset(length < std::numeric_limits<std::size_t>::max() ? static_cast<char*>(std::malloc(length + 1))
+                                                                : nullptr);
     if (!body) {
         throw std::bad_alloc();
     }

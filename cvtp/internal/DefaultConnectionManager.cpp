@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <locale>
 #include <mutex>
 #include <sstream>
 #include <utility>
@@ -32,6 +33,8 @@ std::int64_t currentTimeMillis() {
 
 std::string addressOf(const CvPipe* pipe) {
     std::ostringstream text;
+    // The locale of the application may group digits.
+    text.imbue(std::locale::classic());
     text << static_cast<const void*>(pipe);
     return text.str();
 }

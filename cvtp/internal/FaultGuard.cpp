@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -46,8 +47,8 @@ std::array<bool, FAULT_SIGNALS.size()> signalTaken = {};
 /// Where faults went before, in the same order. Written before a handler is installed that reads it.
 std::array<struct sigaction, FAULT_SIGNALS.size()> previousActions;
 
-/// A fault of the thread itself, or a signal that the thread sent itself; not one that another process or thread
-/// sent, which could hit any thread.
+/// A fault of the thread itself, or a signal that was sent to this very thread from within the process, as raise()
+/// does; not one that was sent to the process, which could hit any thread.
 bool isOwnFault(const siginfo_t& info) {
     return info.si_code > 0 || (info.si_code == SI_TKILL && info.si_pid == getpid());
 }
@@ -72,7 +73,7 @@ void passOn(int signal, siginfo_t* info, void* context) {
     }
 }
 
-void onFault(int signal, siginfo_t* info, void* context) {
+void answerFault(int signal, siginfo_t* info, void* context) {
     Frame* const frame = currentFrame;
     if (frame == nullptr || !isOwnFault(*info)) {
         passOn(signal, info, context);
@@ -88,6 +89,13 @@ void onFault(int signal, siginfo_t* info, void* context) {
     if (answer == FaultGuard::PASS_ON) {
         passOn(signal, info, context);
     }
+}
+
+void onFault(int signal, siginfo_t* info, void* context) {
+    // The code that the signal interrupted may go on, and must find its error number.
+    const int errorNumber = errno;
+    answerFault(signal, info, context);
+    errno = errorNumber;
 }
 
 void takeSignals() {

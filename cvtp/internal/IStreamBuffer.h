@@ -69,7 +69,7 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
     const std::size_t bufferSize;
 
     bool complete = false;
-    /// The size line that is being read was the last one.
+    /// The size line of the last chunk has been read.
     bool lastChunk = false;
     /// Where the reading of a chunk's frame stands, kept over a timeout: the characters of a size line that is not
     /// all there, and how much of the CR LF behind a chunk has been read (2: all, or no chunk was read yet).

@@ -2,14 +2,15 @@
 
 #include <Poco/DateTime.h>
 #include <Poco/DateTimeFormatter.h>
-#include <Poco/LocalDateTime.h>
 #include <Poco/Timestamp.h>
 
 #include <array>
 #include <atomic>
+#include <ctime>
 #include <map>
 
 #include "cvtp/internal/RecursiveMutex.h"
+#include "support/LocalTime.h"
 
 namespace Corvane {
 namespace Internal {
@@ -27,7 +28,7 @@ const int TRACE_OUTPUT = 2;
 const int TRACE_BOTH = 3;
 
 const std::array<const char*, 4> LEVEL_NAMES = {"ERROR", "WARN", "INFO", "DEBUG"};
-const std::array<const char*, 4> DIRECTION_LABELS = {" [OFF   ]", " [INPUT ]", " [OUTPUT]", " [BOTH  ]"};
+const std::array<const char*, 3> DIRECTION_LABELS = {" [OFF   ]", " [INPUT ]", " [OUTPUT]"};
 
 /// What the gates and writers share. Files and levels are atomics: a gate reads them without a lock.
 struct LoggingState {
@@ -124,12 +125,15 @@ void writeLog(int level, const std::string& message) {
 
 std::string tracePrefix(int direction) {
     const std::size_t ID_WIDTH = 50;
-    const Poco::LocalDateTime now;
+    const Poco::Timestamp now;
+    const std::tm local = localTime(now.epochTime());
+    char time[sizeof("2000-01-01 00:00:00")];
+    std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", &local);
     std::string id = correlationId();
     if (id.size() < ID_WIDTH) {
         id.resize(ID_WIDTH, ' ');
     }
-    return Poco::DateTimeFormatter::format(now, "%Y-%m-%d %H:%M:%S") + milliseconds(now.millisecond()) +
+    return time + milliseconds(static_cast<int>(now.epochMicroseconds() / 1000 % 1000)) +
            DIRECTION_LABELS[static_cast<std::size_t>(direction)] + id + "\n";
 }
 

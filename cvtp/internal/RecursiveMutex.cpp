@@ -1,7 +1,7 @@
 #include "cvtp/internal/RecursiveMutex.h"
 
 // A lock on the system's own mutex object and the system's own thread ids: the conditional below is the point of
-// this file, which lies under io and so cannot use the pipes' platform folder.
+// this file. The transport is built on it, so it cannot use the transport's platform folder.
 #ifdef _WIN32
 #include <windows.h>
 #else

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <istream>
-#include <limits>
 #include <ostream>
 #include <utility>
 
@@ -29,6 +28,12 @@ using Io::IllegalStateException;
 using Io::InterruptedException;
 using Io::TimeoutException;
 
+namespace {
+
+const std::streamsize READ_OVER_PIECE = 64 * 1024;
+
+}  // namespace
+
 RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* server, const std::string& name)
     : server(server),
       pipe(std::move(pipe)),
@@ -36,7 +41,9 @@ RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* serve
       fullName(server->getStringOption(CvtpServer::SERVER_NAME) + "/" + name) {}
 
 RequestWorker::~RequestWorker() {
-    logDebug("Deleting worker " + fullName);
+    if (isDebug()) {
+        logDebug("Deleting worker " + fullName);
+    }
     // Before the buffers, on which its streams stand.
     pipe.reset();
 }
@@ -71,7 +78,9 @@ std::string RequestWorker::getName() const {
 }
 
 void RequestWorker::stop() {
-    logDebug("Stopping worker " + fullName);
+    if (isDebug()) {
+        logDebug("Stopping worker " + fullName);
+    }
     stopRequested = true;
     closePipe();
 }
@@ -98,7 +107,9 @@ void RequestWorker::serve() {
     } catch (...) {
         logInfo("Application error detected. The pipe will be closed.");
     }
-    logDebug("Closing CvPipe (" + fullName + "). ");
+    if (isDebug()) {
+        logDebug("Closing CvPipe (" + fullName + "). ");
+    }
     closePipe();
     busy = false;
 }
@@ -164,11 +175,18 @@ bool RequestWorker::processRequest(CvtpServerRequest& request, Xml::Utf8String& 
         logInfo("Application error detected. The pipe will be closed.");
         return false;
     }
-    if (cancelRequested) {
-        logDebug("Give up " + fullName + " for a new request waiting for a worker thread.");
+    return !isGivenUp() && readOverBody(request);
+}
+
+/// Whether the connection has to make room for another that waits for a thread.
+bool RequestWorker::isGivenUp() const {
+    if (!cancelRequested) {
         return false;
     }
-    return readOverBody(request);
+    if (isDebug()) {
+        logDebug("Give up " + fullName + " for a new request waiting for a worker thread.");
+    }
+    return true;
 }
 
 bool RequestWorker::dispatch(const std::string& method, CvtpServerRequest& request, Xml::Utf8String& scratch) {
@@ -221,7 +239,12 @@ bool RequestWorker::readOverBody(CvtpServerRequest& request) {
     try {
         std::istream& body = *request.getBodyStream();
         body.clear();
-        body.ignore(std::numeric_limits<std::streamsize>::max());
+        // By the piece: a client that sends without end must not keep the thread from others.
+        while (body.ignore(READ_OVER_PIECE)) {
+            if (isGivenUp()) {
+                return false;
+            }
+        }
     } catch (const CvPipeException&) {
         // Seen below: the body is not complete.
     }

@@ -60,6 +60,7 @@ class RequestWorker : public Poco::Runnable {
     bool dispatch(const std::string& method, Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
     void processNotify(Corvane::Cvtp::CvtpServerRequest& request);
     bool processPost(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
+    bool isGivenUp() const;
     bool readOverBody(Corvane::Cvtp::CvtpServerRequest& request);
     void closePipe();
     void logUnprocessed(const char* kind, const std::string& reason, const std::string& method) const;

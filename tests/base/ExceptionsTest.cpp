@@ -18,7 +18,15 @@ class PipeExceptionFamily : public testing::Test {};
 
 using Family = testing::Types<CvPipeException, BindException, BrokenPipeException, ConnectException,
                               InterruptedException, TimeoutException>;
-TYPED_TEST_SUITE(PipeExceptionFamily, Family);
+
+struct FamilyNames {
+    template <class T>
+    static std::string GetName(int index) {
+        static const char* const NAMES[] = {"CvPipe", "Bind", "BrokenPipe", "Connect", "Interrupted", "Timeout"};
+        return NAMES[index];
+    }
+};
+TYPED_TEST_SUITE(PipeExceptionFamily, Family, FamilyNames);
 
 TYPED_TEST(PipeExceptionFamily, KeepsTheMessageAndHasCodeZeroByDefault) {
     TypeParam exception("Pipe write timed out");

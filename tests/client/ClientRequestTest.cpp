@@ -73,7 +73,7 @@ TEST_F(ClientRequestTest, WithoutABodyIsRefusedBeforeAPipeIsTaken) {
     const LogCapture log;
     EXPECT_EQ(messageOf<IllegalStateException>([&] { post.execute(); }), NEITHER);
     EXPECT_EQ(messageOf<IllegalStateException>([&] { notification.execute(); }), NEITHER);
-    EXPECT_EQ(log.texts(), Lines(2, std::string("ERROR: ") + NEITHER));
+    EXPECT_EQ(ownLines(log), Lines(2, std::string("ERROR: ") + NEITHER));
     EXPECT_EQ(manager.calls, Lines{});
     EXPECT_FALSE(post.isCommitted());
 }
@@ -89,7 +89,7 @@ TEST_F(ClientRequestTest, WithTwoBodiesIsRefusedBeforeAPipeIsTaken) {
     const LogCapture log;
     EXPECT_EQ(messageOf<IllegalStateException>([&] { post.execute(); }), BOTH);
     EXPECT_EQ(messageOf<IllegalStateException>([&] { notification.execute(); }), BOTH);
-    EXPECT_EQ(log.texts(), Lines(2, std::string("ERROR: ") + BOTH));
+    EXPECT_EQ(ownLines(log), Lines(2, std::string("ERROR: ") + BOTH));
     EXPECT_EQ(manager.calls, Lines{});
 }
 
@@ -103,7 +103,7 @@ TEST_F(ClientRequestTest, AManagerThatHasNoPipeEndsTheRequest) {
     const LogCapture log;
     EXPECT_EQ(messageOf<CvPipeException>([&] { notify(misused, "orders", "x"); }),
               "The connection manager has no pipe for orders.");
-    EXPECT_EQ(log.texts(), (Lines{"ERROR: The connection manager has no pipe for orders."}));
+    EXPECT_EQ(ownLines(log), (Lines{"ERROR: The connection manager has no pipe for orders."}));
 }
 
 TEST_F(ClientRequestTest, GivesNullBackWhenItHoldsNoPipe) {
@@ -186,7 +186,7 @@ TEST_F(ClientRequestTest, CannotBeExecutedTwice) {
     const LogCapture log;
     EXPECT_EQ(messageOf<IllegalStateException>([&] { post.execute(); }), COMMITTED);
     EXPECT_EQ(messageOf<IllegalStateException>([&] { notification.execute(); }), COMMITTED);
-    EXPECT_EQ(log.texts(), Lines(2, std::string("ERROR: ") + COMMITTED));
+    EXPECT_EQ(ownLines(log), Lines(2, std::string("ERROR: ") + COMMITTED));
     // The pipe is still the request's: the answer to the first execution comes from it.
     EXPECT_EQ(bodyOf(*response), "ok");
     EXPECT_EQ(server.requests().front(),
@@ -327,7 +327,7 @@ TEST_F(ClientRequestTest, AnAnswerWithoutFramingIsRefused) {
         EXPECT_EQ(e.getMessage(), "The CVTP Message does not have a Content-Length or Transfer-Encoding header");
         EXPECT_EQ(e.getCode(), 1011);
     }
-    EXPECT_EQ(log.texts(),
+    EXPECT_EQ(ownLines(log),
               (Lines{"ERROR: The CVTP Message does not have a Content-Length or Transfer-Encoding header"}));
 }
 

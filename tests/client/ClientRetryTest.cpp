@@ -161,10 +161,10 @@ TEST_F(ClientRetryTest, ABodyByLengthThatBreaksAfterTheCommitCannotBeSentAgain) 
                "Cannot send again."}));
     // The broken pipe went back to the pool, deliberately; the next request is not harmed by it.
     EXPECT_EQ(post(client, "orders", "x"), "ok");
-    EXPECT_EQ(newLines(log, 6)[1],
+    EXPECT_EQ(newLines(log, 6).at(1),
               "DEBUG: Lost connection to server, attempt request with new connection. "
               "An earlier request failed on this pipe.");
-    EXPECT_EQ(newLines(log, 6)[2], "DEBUG: Remove CvPipe Binding-1(ADDRESS) from used pipe list");
+    EXPECT_EQ(newLines(log, 6).at(2), "DEBUG: Remove CvPipe Binding-1(ADDRESS) from used pipe list");
 }
 
 TEST_F(ClientRetryTest, ABodyStreamThatBreaksAfterTheCommitAbortsTheRequest) {
@@ -185,7 +185,7 @@ TEST_F(ClientRetryTest, ABodyStreamThatBreaksAfterTheCommitAbortsTheRequest) {
                "ERROR: Lost connection to server, the request will be aborted. Pipe was closed at other end."}));
     const std::size_t before = ownLines(log).size();
     EXPECT_EQ(post(client, "orders", "x"), "ok");
-    EXPECT_EQ(newLines(log, before)[0], "DEBUG: Need a CvPipe (orders/Binding-2)");
+    EXPECT_EQ(newLines(log, before).at(0), "DEBUG: Need a CvPipe (orders/Binding-2)");
 }
 
 TEST_F(ClientRetryTest, AnAbortedNotifyThrowsAsWell) {
@@ -214,7 +214,7 @@ class BodyStreamTest : public ClientTest {
     void expectNewPipe() {
         const LogCapture log;
         EXPECT_EQ(post(client, "orders", "x"), "ok");
-        EXPECT_EQ(ownLines(log)[0], "DEBUG: Need a CvPipe (orders/Binding-1)");
+        EXPECT_EQ(ownLines(log).at(0), "DEBUG: Need a CvPipe (orders/Binding-1)");
     }
 
     const std::string head = "POST /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\nUser-Agent: CvtpClient\r\n\r\n";
@@ -282,7 +282,7 @@ TEST_F(BodyStreamTest, ThatBreaksItselfIsNotTakenForAMisuseOfThePool) {
     PostRequest request(&client, "orders", "/r");
     request.setBodyStream(&stream);
     EXPECT_EQ(messageOf<BrokenPipeException>([&] { request.execute(); }), "the source is gone");
-    EXPECT_EQ(log.texts(),
+    EXPECT_EQ(ownLines(log),
               (Lines{"ERROR: Lost connection to server, the request will be aborted. the source is gone"}));
     EXPECT_EQ(received().substr(0, head.size()), head);
 }

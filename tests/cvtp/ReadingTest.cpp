@@ -132,11 +132,11 @@ class Reader : public testing::TestWithParam<IncomingCase> {
 };
 
 TEST_P(Reader, ReadsAMessageThatArrivesWhole) {
-    readInEachWay([this](FeedBuffer& source) { source.then(GetParam().bytes); }, true);
+    readInEachWay([](FeedBuffer& source) { source.then(GetParam().bytes); }, true);
 }
 
 TEST_P(Reader, ReadsAMessageThatArrivesByteByByte) {
-    readInEachWay([this](FeedBuffer& source) { source.thenByteByByte(GetParam().bytes); }, false);
+    readInEachWay([](FeedBuffer& source) { source.thenByteByByte(GetParam().bytes); }, false);
 }
 
 TEST_P(Reader, ReadsAMessageThatArrivesInTwoPieces) {

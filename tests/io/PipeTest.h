@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Poco/Environment.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,6 +17,12 @@
 #include "io/Exceptions.h"
 #include "io/ServerCvPipe.h"
 #include "tests/support_code/LogCapture.h"
+
+#ifdef _WIN32
+#include "tests/support_code/windows/PipeNames.h"
+#else
+#include "tests/support_code/posix/PipeNames.h"
+#endif
 
 namespace Corvane {
 namespace Testing {
@@ -53,10 +60,12 @@ class TemporaryFolder {
 /// Gives each test a pipe folder of its own.
 class PipeTest : public ::testing::Test {
  protected:
-    PipeTest() { ::setenv("CVTP_PIPE_DIR", folder.getPath().c_str(), 1); }
-    ~PipeTest() override { ::unsetenv("CVTP_PIPE_DIR"); }
+    PipeTest() { Poco::Environment::set("CVTP_PIPE_DIR", folder.getPath()); }
+    // Empty is the same as not set.
+    ~PipeTest() override { Poco::Environment::set("CVTP_PIPE_DIR", ""); }
 
     TemporaryFolder folder;
+    PipeNames names;
 };
 
 /// A server, a client and the server's end of their connection.

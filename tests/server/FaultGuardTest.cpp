@@ -46,11 +46,12 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) void writeToNull(
     *reinterpret_cast<volatile int*>(nowhere) = 1;
 }
 
+volatile int one = 1;
 volatile int zero = 0;
 volatile int quotient = 0;
 
 __attribute__((no_sanitize("address", "thread", "undefined"))) void divideByZero() {
-    quotient = 1 / zero;
+    quotient = one / zero;
 }
 
 __attribute__((noinline)) int useUpTheStack(volatile int* depth) {
@@ -100,6 +101,10 @@ Outcome faultInAHandler(void (*fault)()) {
         service.handler.onNotify = [fault](CvtpServerRequest&) { fault(); };
         service.start();
         RawClient client("pipe");
+        // Faults when the server is back in accept.
+        while (log.count("DEBUG: Calling ConnectNamedPipe.") < 2) {
+            std::this_thread::yield();
+        }
         client.send(RawClient::notifyBytes("hello"));
         outcome.answer = client.receiveToEnd();
         service.join();
@@ -356,11 +361,14 @@ std::array<struct sigaction, 4> installedHandlers() {
     return actions;
 }
 
+/// The C library adds flags of its own.
+const int OWN_FLAGS = SA_SIGINFO | SA_ONSTACK;
+
 bool areSame(const std::array<struct sigaction, 4>& left, const std::array<struct sigaction, 4>& right) {
-    return std::equal(left.begin(), left.end(), right.begin(),
-                      [](const struct sigaction& a, const struct sigaction& b) {
-                          return a.sa_sigaction == b.sa_sigaction && a.sa_flags == b.sa_flags;
-                      });
+    return std::equal(
+        left.begin(), left.end(), right.begin(), [](const struct sigaction& a, const struct sigaction& b) {
+            return a.sa_sigaction == b.sa_sigaction && (a.sa_flags & OWN_FLAGS) == (b.sa_flags & OWN_FLAGS);
+        });
 }
 
 TEST_F(FaultGuardTest, NullGivesTheSignalsBack) {

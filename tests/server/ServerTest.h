@@ -103,7 +103,11 @@ inline std::string summaryLine(const std::string& pipeName, int posts, int notif
 class Gate {
  public:
     ~Gate() { open(); }
-    void wait() { future.wait(); }
+    void wait() {
+        // A copy: this may be destroyed as soon as it is open.
+        const std::shared_future<void> copy = future;
+        copy.wait();
+    }
     void open() {
         if (!opened.exchange(true)) {
             promise.set_value();

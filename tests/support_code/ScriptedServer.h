@@ -205,6 +205,16 @@ class ScriptedServer {
         return received;
     }
 
+    /// Waits until so many requests have been read.
+    bool waitForRequests(std::size_t count) {
+        std::unique_lock<std::mutex> lock(mutex);
+        const bool came =
+            changed.wait_for(lock, std::chrono::seconds(30), [this, count] { return received.size() >= count; });
+        EXPECT_EQ(received.size(), count);
+        return came;
+    }
+
+    /// Those that were accepted, and the one that is waited for, if any.
     std::size_t connectionCount() {
         const std::lock_guard<std::mutex> lock(mutex);
         return connections.size();
@@ -250,6 +260,7 @@ class ScriptedServer {
         ScriptedConnection scripted(connection.pipe, [this](const std::string& request) {
             const std::lock_guard<std::mutex> lock(mutex);
             received.push_back(request);
+            changed.notify_all();
         });
         try {
             script(scripted);

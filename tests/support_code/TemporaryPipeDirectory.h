@@ -7,12 +7,18 @@
 #include <string>
 #include <system_error>
 
+#ifdef _WIN32
+#include "tests/support_code/windows/PipeNames.h"
+#else
+#include "tests/support_code/posix/PipeNames.h"
+#endif
+
 namespace Corvane {
 namespace Testing {
 
 /// While it lives, the pipes of this process and of those it starts lie in a folder of their own, which is removed
 /// at the end. One at a time, made and destroyed while no other thread works with pipes. Where the system itself
-/// keeps the pipes, the folder stays empty.
+/// keeps the pipes, the folder stays empty, and this process's pipes alone get names of their own.
 class TemporaryPipeDirectory {
  public:
     TemporaryPipeDirectory() {
@@ -38,6 +44,7 @@ class TemporaryPipeDirectory {
     static constexpr const char* VARIABLE = "CVTP_PIPE_DIR";
 
     std::filesystem::path directory;
+    PipeNames names;
 };
 
 }  // namespace Testing

@@ -4,8 +4,10 @@
 #include "cvtp/Version.h"
 #include "tools/cvtp/Commands.h"
 #include "tools/cvtp/Failure.h"
+#include "tools/cvtp/platform/StandardStreams.h"
 
 int main(int argc, char** argv) {
+    Corvane::Tools::passBytesThrough();
     // Bodies go through these streams; without the ties to C they move by the block.
     std::ios::sync_with_stdio(false);
 

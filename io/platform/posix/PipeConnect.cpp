@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,7 +45,9 @@ int openFailed(int error) {
 
 int openTimedOut(const std::string& path, int timeoutMs) {
     if (isDebug()) {
-        logDebug("Could not open pipe " + path + " after " + std::to_string(timeoutMs) + " milliseconds.");
+        // A wait without limit has the number that the log has for it on every platform.
+        const std::uint32_t wait = timeoutMs > 0 ? static_cast<std::uint32_t>(timeoutMs) : 0xFFFFFFFFU;
+        logDebug("Could not open pipe " + path + " after " + std::to_string(wait) + " milliseconds.");
     }
     return OPEN_TIMED_OUT;
 }
@@ -99,12 +102,12 @@ int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
             return 0;
         }
         if (isServerGone(errno)) {
-            const int error = errno;
             if (!grace) {
                 grace.emplace(RESTART_GRACE_MS);
             }
             if (grace->remaining() == 0) {
-                return error;
+                // Whoever waited for an instance has waited in vain, whatever became of the server.
+                return EAGAIN;
             }
             SystemCalls::waitFor(-1, 0, std::min(left, RESTART_POLL_MS));
         } else if (errno == EAGAIN) {

@@ -94,11 +94,18 @@ TEST_F(PipeChannelTest, ABrokenPipeRaisesNoSignal) {
     struct sigaction before {};
     action.sa_handler = [](int) { ++pipeSignals; };
     ASSERT_EQ(::sigaction(SIGPIPE, &action, &before), 0);
+    // Some library may have blocked the signal, and then it would wait unseen.
+    sigset_t unblocked;
+    sigset_t maskBefore;
+    ::sigemptyset(&unblocked);
+    ::sigaddset(&unblocked, SIGPIPE);
+    ASSERT_EQ(::pthread_sigmask(SIG_UNBLOCK, &unblocked, &maskBefore), 0);
     Connection connection;
     connection.accepted.close();
     EXPECT_THROW(writeText(connection.client, "x"), BrokenPipeException);
-    ::sigaction(SIGPIPE, &before, nullptr);
     EXPECT_EQ(pipeSignals.load(), 0);
+    ::pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
+    ::sigaction(SIGPIPE, &before, nullptr);
 }
 
 TEST_F(PipeChannelTest, EveryDescriptorIsClosedOnExec) {

@@ -8,7 +8,9 @@
 namespace Corvane {
 namespace Tools {
 
-/// The user's or the system's wish that the program ends: SIGINT or SIGTERM.
+/// The user's or the system's wish that the program ends: SIGINT or SIGTERM; on Windows Ctrl+C and the other
+/// control signals of the console, or the event `cvtp-stop-<process id>`, which any program of the same user may
+/// set.
 ///
 /// One object of this class exists at a time. It must be made before the program starts other threads.
 class StopSignal {
