@@ -167,6 +167,18 @@ TEST_F(ClientRetryTest, ABodyByLengthThatBreaksAfterTheCommitCannotBeSentAgain) 
     EXPECT_EQ(newLines(log, 6).at(2), "DEBUG: Remove CvPipe Binding-1(ADDRESS) from used pipe list");
 }
 
+TEST_F(ClientRetryTest, AManagerThatGivesAFailedPipeAgainEndsTheRequest) {
+    ScriptedServer server("orders", {answer});
+    CvPipe pipe("orders", true, true);
+    pipe.getOutputStream()->exceptions(std::ios_base::goodbit);
+    pipe.getOutputStream()->setstate(std::ios_base::badbit);
+    FakeManager manager(&pipe);
+    CvtpClient client(&manager);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { notify(client, "orders", "x"); }),
+              "The connection manager gave a failed pipe for orders again.");
+    EXPECT_EQ(manager.calls, (Lines{"get orders w", "remove", "get orders w", "return"}));
+}
+
 TEST_F(ClientRetryTest, ABodyStreamThatBreaksAfterTheCommitAbortsTheRequest) {
     ScriptedServer server("orders", {readHead, answer});
     CvtpClient client;

@@ -72,6 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
     Lines, StatusLineTest,
     ::testing::Values(
         StatusLine{"CVTP/1.0 200 OK", 200, "OK", "CVTP/1.0"},
+        StatusLine{"CVTP/1.0 99999999999999999999 x", 2147483647, "x", "CVTP/1.0"},
+        StatusLine{"CVTP/1.0 -99999999999999999999 x", -2147483647 - 1, "x", "CVTP/1.0"},
         StatusLine{"CVTP/1.0 413 Request Entity Too Large", 413, "Request Entity Too Large", "CVTP/1.0"},
         StatusLine{"CVTP/2.17 414 Resource-ID Too Long ", 414, "Resource-ID Too Long", "CVTP/2.17"},
         StatusLine{"CVTP/1.0 200  two   blanks  ", 200, "two   blanks", "CVTP/1.0"},

@@ -96,6 +96,11 @@ TEST(StreamUtil, ReadsALineOf2046CharactersAndCarriageReturn) {
     EXPECT_EQ(linesOf(text + "\r\n"), (std::vector<std::string>{text}));
 }
 
+TEST(StreamUtil, ReadsALineOf2047CharactersWhoseLineFeedIsThere) {
+    const std::string text(2047, 'x');
+    EXPECT_EQ(linesOf(text + "\n"), (std::vector<std::string>{text}));
+}
+
 TEST(StreamUtil, ALineOf2048CharactersEndsWithAnException) {
     EXPECT_EQ(failureOfLine(std::string(2048, 'x') + "\n"), CUT_LINE);
     EXPECT_EQ(failureOfLine(std::string(2047, 'x') + "\r\n"), CUT_LINE);

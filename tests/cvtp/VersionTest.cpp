@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,20 @@ TEST(Version, WhatIsNoLabelIsOneZero) {
          {"", "CVTP/", "CVTP", "CVTP 3.12", "cvtp/3.12", "HTTP/3.12", "3.12", "XCVTP/3.12", "CVTP//3"}) {
         EXPECT_EQ(Version(text), Version(1, 0)) << text;
     }
+}
+
+TEST(Version, ANumberThatDoesNotFitBecomesTheLargestOrSmallest) {
+    const std::int32_t largest = std::numeric_limits<std::int32_t>::max();
+    const std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
+    EXPECT_EQ(Version("CVTP/99999999999999999999.-99999999999999999999"), Version(largest, smallest));
+    EXPECT_EQ(Version("CVTP/4294967297.2"), Version(largest, 2));
+}
+
+TEST(Version, ScansAsTheCLibraryDoes) {
+    EXPECT_EQ(Version("CVTP/ 2. 3"), Version(2, 3));
+    EXPECT_EQ(Version("CVTP/+2.-3"), Version(2, -3));
+    EXPECT_EQ(Version("CVTP/2 .3"), Version(2, 0));
+    EXPECT_EQ(Version("CVTP/.3"), Version(1, 0));
 }
 
 TEST(Version, ComparesAsNumbersMajorFirst) {

@@ -375,6 +375,28 @@ TEST_F(CvPipeTest, AClosedPipeConnectsAgain) {
     EXPECT_EQ(readSome(connection.client), "again");
 }
 
+TEST_F(CvPipeTest, AClosedPipeThatConnectsAgainForgetsTheFormerConnection) {
+    Connection connection;
+    std::array<char, 64> input{};
+    std::array<char, 64> output{};
+    std::istream& in = *connection.client.getInputStream();
+    std::ostream& out = *connection.client.getOutputStream();
+    in.rdbuf()->pubsetbuf(input.data(), 64);
+    out.rdbuf()->pubsetbuf(output.data(), 64);
+    writeText(connection.accepted, "unread");
+    EXPECT_EQ(in.get(), 'u');
+    out << "unwritten";
+    in.setstate(std::ios_base::eofbit);
+    connection.client.close();
+    connection.client.connect();
+    CvPipe accepted;
+    connection.server.accept(accepted);
+    writeText(accepted, "fresh");
+    EXPECT_EQ(in.get(), 'f');
+    out << "new" << std::flush;
+    EXPECT_EQ(readSome(accepted), "new");
+}
+
 TEST_F(CvPipeTest, TheStreamsAreMadeOnce) {
     Connection connection;
     std::istream* const in = connection.client.getInputStream();

@@ -51,6 +51,9 @@ TEST_F(PipeBufferBaseTest, TakesOneOfTwoModes) {
     EXPECT_EQ(messageOf<CvPipeException>(
                   [&] { OpenBuffer both(&connection.client, std::ios_base::in | std::ios_base::out); }),
               MESSAGE);
+    for (const int mode : {0, 3, -1}) {
+        EXPECT_EQ(messageOf<CvPipeException>([&] { OpenBuffer other(&connection.client, mode); }), MESSAGE);
+    }
     EXPECT_EQ(messageOf<CvPipeException>([&] { OpenBuffer none(&connection.client, std::ios_base::openmode{}); }),
               MESSAGE);
 }

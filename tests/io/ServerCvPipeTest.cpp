@@ -259,6 +259,25 @@ TEST_F(ServerCvPipeTest, AnAcceptedPipeHasTheDirectionOfItsServer) {
     EXPECT_THROW(connection.accepted.getInputStream(), IllegalStateException);
 }
 
+TEST_F(ServerCvPipeTest, ACloseAtAnyMomentIsNoFailureInTheLog) {
+    LogCapture log(1);
+    for (int round = 0; round < 500; ++round) {
+        ServerCvPipe server("pipe", true, true);
+        std::thread closer([&server] { server.close(); });
+        try {
+            CvPipe accepted;
+            server.accept(accepted);
+            ADD_FAILURE() << "accepted a client that is not there";
+        } catch (InterruptedException& e) {
+            EXPECT_EQ(e.getMessage(), "accept aborted");
+        } catch (const IllegalStateException& e) {
+            EXPECT_EQ(e.getMessage(), "Pipe is closed.");
+        }
+        closer.join();
+    }
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace Testing
 }  // namespace Corvane

@@ -219,7 +219,7 @@ TEST_F(FaultGuardTest, AFaultOfTheFilterItselfEndsTheProcess) {
     EXPECT_EXIT(
         {
             giveSignalsToTheSystem();
-            CvtpServer::setExceptionHandler(+[](unsigned int, void*) -> int {
+            CvtpServer::setExceptionHandler([](unsigned int, siginfo_t*) -> int {
                 // Not blocked by the fault that is being handled.
                 divideByZero();
                 return 1;

@@ -2,7 +2,12 @@
 
 #include <stdexcept>
 
+#include <future>
+#include <locale>
+#include <string>
+#include <thread>
 #include "io/ServerCvPipe.h"
+
 #include "tests/server/ServerTest.h"
 
 namespace Corvane {
@@ -225,6 +230,43 @@ TEST_F(ServerRunTest, CountsWhatItDid) {
     EXPECT_EQ(second.receiveToEnd(), "");
     service.stop();
     EXPECT_TRUE(log.has(summaryLine("pipe", 4, 1, 2, 0, 0, 2)));
+}
+
+TEST_F(ServerRunTest, WithoutADoReadyOfItsOwnAHandlerIsReady) {
+    class Silent : public Cvtp::CvtpHandler {
+     public:
+        void doNotify(Cvtp::CvtpServerRequest&) override { notified.set_value(); }
+        void doPost(Cvtp::CvtpServerRequest&, Cvtp::CvtpServerResponse&) override {}
+
+        std::promise<void> notified;
+    };
+    Silent handler;
+    Cvtp::CvtpServer server("pipe", 1);
+    server.setHandler(&handler);
+    std::thread thread([&server] { server.run(); });
+    RawClient client("pipe");
+    client.send("NOTIFY /r CVTP/1.0\r\nContent-Length: 0\r\n\r\n");
+    handler.notified.get_future().wait();
+    server.shutdown();
+    thread.join();
+}
+
+TEST_F(ServerRunTest, TheNumbersOfItsSummaryDoNotFollowTheLocaleOfTheApplication) {
+    struct Grouping : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\1"; }
+    };
+    LogCapture log;
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    {
+        RunningServer service("pipe");
+        service.start();
+        for (int i = 0; i < 12; ++i) {
+            RawClient("pipe").post("x");
+        }
+    }
+    std::locale::global(before);
+    EXPECT_THAT(log.log(), ::testing::HasSubstr("    Total POST requests:       12\n"));
 }
 
 TEST_F(ServerRunTest, ServesManyClientsAtOnce) {
