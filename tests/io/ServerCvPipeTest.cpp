@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <string>
@@ -263,7 +264,14 @@ TEST_F(ServerCvPipeTest, ACloseAtAnyMomentIsNoFailureInTheLog) {
     LogCapture log(1);
     for (int round = 0; round < 500; ++round) {
         ServerCvPipe server("pipe", true, true);
-        std::thread closer([&server] { server.close(); });
+        std::atomic<bool> closing{false};
+        std::thread closer([&] {
+            closing = true;
+            server.close();
+        });
+        while (!closing) {
+            std::this_thread::yield();
+        }
         try {
             CvPipe accepted;
             server.accept(accepted);
