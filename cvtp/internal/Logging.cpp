@@ -74,13 +74,6 @@ std::string correlationId() {
     return found == shared.correlationIds.end() ? std::string() : found->second;
 }
 
-/// ".%3u": the milliseconds are padded with blanks, not zeros; the format of the log is deliberate and kept.
-std::string milliseconds(int value) {
-    std::string digits = std::to_string(value);
-    digits.insert(0, 3 - digits.size(), ' ');
-    return "." + digits;
-}
-
 bool isLevelOn(int level) {
     return state().logLevel.load(std::memory_order_relaxed) >= level;
 }
@@ -95,7 +88,7 @@ std::string logLine(int level, const std::string& message) {
     std::string line = LEVEL_NAMES[static_cast<std::size_t>(level) - 1];
     line += " - ";
     line += Poco::DateTimeFormatter::format(now, "%Y/%m/%d-%H:%M:%S");
-    line += milliseconds(now.millisecond());
+    line += millisecondText(now.millisecond());
     line += " UTC - Thread-";
     line += std::to_string(currentThreadId());
     line += ": ";
@@ -133,7 +126,7 @@ std::string tracePrefix(int direction) {
     if (id.size() < ID_WIDTH) {
         id.resize(ID_WIDTH, ' ');
     }
-    return time + milliseconds(static_cast<int>(now.epochMicroseconds() / 1000 % 1000)) +
+    return time + millisecondText(static_cast<int>(now.epochMicroseconds() / 1000 % 1000)) +
            DIRECTION_LABELS[static_cast<std::size_t>(direction)] + id + "\n";
 }
 
@@ -235,6 +228,13 @@ void traceOutput(const std::string& text, bool prefix) {
 
 void traceOutput(const char* data, std::size_t length, bool prefix) {
     writeTrace(TRACE_OUTPUT, state().outputLock, data, length, prefix);
+}
+
+std::string millisecondText(int milliseconds) {
+    // ".%3u": padded with blanks; deliberate, programs that read the log know it so.
+    std::string text = std::to_string(milliseconds);
+    text.insert(0, 3 - text.size(), ' ');
+    return "." + text;
 }
 
 }  // namespace Cvtp

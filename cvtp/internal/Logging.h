@@ -41,6 +41,10 @@ void traceInput(const char* data, std::size_t length, bool prefix);
 void traceOutput(const std::string& text, bool prefix);
 void traceOutput(const char* data, std::size_t length, bool prefix);
 
+/// How log and trace show the milliseconds of a time, 0 to 999: a point and three characters, of which the first
+/// are blanks, not zeros, on purpose.
+std::string millisecondText(int milliseconds);
+
 }  // namespace Cvtp
 }  // namespace Internal
 }  // namespace Corvane

@@ -72,6 +72,7 @@ TEST(RecursiveMutex, OneThreadAtATimeIsInside) {
     RecursiveMutex mutex;
     int counter = 0;
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int n = 0; n < 2000; ++n) {

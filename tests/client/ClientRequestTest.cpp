@@ -343,8 +343,9 @@ TEST_F(ClientRequestTest, APipeWhoseAnswerHadALineThatIsTooLongIsNotUsedAgain) {
               "Reached the stream end-of-file before the expected new line.");
     const LogCapture log;
     EXPECT_EQ(post(client, "orders", "x"), "ok");
-    EXPECT_EQ(log.count("DEBUG: Lost connection to server, attempt request with new connection. "
-                        "An earlier request failed on this pipe."),
+    EXPECT_EQ(countOf(log,
+                      "DEBUG: Lost connection to server, attempt request with new connection. "
+                      "An earlier request failed on this pipe."),
               1);
 }
 

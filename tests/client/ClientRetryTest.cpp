@@ -118,8 +118,9 @@ TEST_F(ClientRetryTest, AllDeadPipesOfThePoolAreTried) {
     }
     const LogCapture log;
     EXPECT_EQ(post(client, "orders", "x"), "ok");
-    EXPECT_EQ(log.count("DEBUG: Lost connection to server, attempt request with new connection. "
-                        "Pipe was closed at other end."),
+    EXPECT_EQ(countOf(log,
+                      "DEBUG: Lost connection to server, attempt request with new connection. "
+                      "Pipe was closed at other end."),
               3);
 }
 

@@ -53,12 +53,33 @@ void renumberBindings(Lines& lines) {
 
 }  // namespace
 
-Lines ownLines(const LogCapture& log) {
-    const std::string thread = std::to_string(Internal::Cvtp::currentThreadId());
+Lines completeLines(const LogCapture& log, const std::string& thread) {
+    static const std::string END = "- Corvane.SOA.Cvtp\n";
+    const std::string beforeMessage = " UTC - Thread-" + thread;
+    const std::string text = log.log();
     Lines lines;
-    for (const LogEntry& entry : log.lines()) {
-        if (entry.threadId == thread && !isOfTransport(entry.text())) {
-            std::string text = entry.text();
+    std::string::size_type begin = 0;
+    for (std::string::size_type end = text.find(END); end != std::string::npos; end = text.find(END, begin)) {
+        const std::string line = text.substr(begin, end - begin);
+        const std::string::size_type at = line.find(beforeMessage + (thread.empty() ? "" : ": "));
+        const std::string::size_type message = line.find(":  - ", at);
+        if (at != std::string::npos && message != std::string::npos) {
+            lines.push_back(line.substr(0, line.find(' ')) + ": " + line.substr(message + 5));
+        }
+        begin = end + END.size();
+    }
+    return lines;
+}
+
+std::ptrdiff_t countOf(const LogCapture& log, const std::string& text) {
+    const Lines lines = completeLines(log);
+    return std::count(lines.begin(), lines.end(), text);
+}
+
+Lines ownLines(const LogCapture& log) {
+    Lines lines;
+    for (std::string& text : completeLines(log, std::to_string(Internal::Cvtp::currentThreadId()))) {
+        if (!isOfTransport(text)) {
             maskInBrackets(text, ") from used pipe list", "ADDRESS");
             maskInBrackets(text, " Mbps).", "RATE");
             lines.push_back(text);

@@ -45,6 +45,13 @@ std::string messageOf(Action action) {
     return "no exception";
 }
 
+/// Level and message of each line that is complete; another thread may be in the middle of one. For logs without
+/// correlation ids. If `thread` is given, only the lines of that one.
+Lines completeLines(const LogCapture& log, const std::string& thread = std::string());
+
+/// How often this level and message are among completeLines().
+std::ptrdiff_t countOf(const LogCapture& log, const std::string& text);
+
 /// Level and message of each line of the calling thread, but for those of the transport. Connections are numbered
 /// from 1 in the order in which the log names them, an address is "ADDRESS", a speed is "RATE".
 Lines ownLines(const LogCapture& log);

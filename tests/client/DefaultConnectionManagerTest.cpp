@@ -54,7 +54,7 @@ int bindingNumber(const std::string& text) {
 /// Numbers of the connections that the log says were needed, in its order.
 std::vector<int> neededBindings(const LogCapture& log) {
     std::vector<int> numbers;
-    for (const std::string& text : log.texts()) {
+    for (const std::string& text : completeLines(log)) {
         if (text.rfind("DEBUG: Need a CvPipe (", 0) == 0) {
             numbers.push_back(bindingNumber(text));
         }
@@ -356,8 +356,8 @@ TEST_F(DefaultConnectionManagerTest, ABusyPipeTimesOutWithTheMessageOfTheTimeout
     DefaultConnectionManager hasty(50, STALE_TIMEOUT);
     const LogCapture log;
     EXPECT_EQ(messageOf<CvPipeException>([&] { hasty.getPipe("busy", "rw"); }), "Timed out connecting to pipe");
-    EXPECT_EQ(log.count("DEBUG: Waiting for named pipe."), 1);
-    EXPECT_EQ(log.count("DEBUG: Could not open pipe \\\\.\\pipe\\busy after 50 milliseconds."), 1);
+    EXPECT_EQ(countOf(log, "DEBUG: Waiting for named pipe."), 1);
+    EXPECT_EQ(countOf(log, "DEBUG: Could not open pipe \\\\.\\pipe\\busy after 50 milliseconds."), 1);
 }
 
 TEST_F(DefaultConnectionManagerTest, CreatingIsSerialisedAcrossManagersWhileIdlePipesGoOn) {

@@ -69,14 +69,14 @@ TEST_F(ClientTest, ManyThreadsShareOneClient) {
 }
 
 TEST_F(ClientTest, ManyThreadsPostAndNotifyAtDebugLevel) {
-    ScriptedServer server("orders", {echo}, ScriptedServer::Then::REPEAT);
-    ScriptedServer notices("notices", {[](ScriptedConnection& connection) {
-                               while (!connection.readRequest().empty()) {
-                               }
-                           }},
-                           ScriptedServer::Then::REPEAT);
     const LogCapture log(4, 3);
     {
+        ScriptedServer server("orders", {echo}, ScriptedServer::Then::REPEAT);
+        ScriptedServer notices("notices", {[](ScriptedConnection& connection) {
+                                   while (!connection.readRequest().empty()) {
+                                   }
+                               }},
+                               ScriptedServer::Then::REPEAT);
         CvtpClient client;
         client.getManager();
         runInThreads(4, [&client](int thread) {
@@ -85,9 +85,9 @@ TEST_F(ClientTest, ManyThreadsPostAndNotifyAtDebugLevel) {
                 notify(client, "notices", "n");
             }
         });
+        EXPECT_TRUE(notices.waitForRequests(4u * 10u));
     }
-    EXPECT_TRUE(notices.waitForRequests(4u * 10u));
-    // Each line is whole, which taking them apart checks.
+    // No thread logs any more, and each line is whole, which taking them apart checks.
     EXPECT_EQ(log.count("DEBUG: Receive: CVTP/1.0 200 OK"), 4 * 10);
 }
 

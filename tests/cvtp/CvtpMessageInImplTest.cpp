@@ -24,7 +24,6 @@ using Testing::Bytes;
 using Testing::FeedBuffer;
 using Testing::LogCapture;
 
-const Io::TimeoutException TIMED_OUT("Pipe read timed out");
 const std::string HEAD = "POST /a CVTP/1.0\r\nContent-Length: 5\r\nX-A: 1\r\n\r\n";
 const char* const NO_HEAD =
     "Failed to read the message start line and headers, and do not have body of the message.";
@@ -136,7 +135,7 @@ TEST_F(CvtpMessageInImplTest, APlaceholderAddsNothingToTheReasons) {
 }
 
 TEST_F(CvtpMessageInImplTest, ATimeoutInTheStartLinePassesThroughAndIsNotReadAgain) {
-    source.then("POST").thenThrow(TIMED_OUT).then(" /a CVTP/1.0\r\nContent-Length: 0\r\n\r\n");
+    source.then("POST").thenTimeOut().then(" /a CVTP/1.0\r\nContent-Length: 0\r\n\r\n");
     EXPECT_THROW(message.getStartLine(), Io::TimeoutException);
     const int refills = source.refills();
     EXPECT_EQ(message.getStartLine(), "NONE Empty/Resource CVTP/1.0");
@@ -145,7 +144,7 @@ TEST_F(CvtpMessageInImplTest, ATimeoutInTheStartLinePassesThroughAndIsNotReadAga
 }
 
 TEST_F(CvtpMessageInImplTest, ATimeoutInTheHeadersPassesThroughAndIsNotReadAgain) {
-    source.then("POST /a CVTP/1.0\r\nX-A: 1\r\nX-B").thenThrow(TIMED_OUT).then(": 2\r\nContent-Length: 0\r\n\r\n");
+    source.then("POST /a CVTP/1.0\r\nX-A: 1\r\nX-B").thenTimeOut().then(": 2\r\nContent-Length: 0\r\n\r\n");
     EXPECT_THROW(message.getStartLine(), Io::TimeoutException);
     EXPECT_TRUE(message.hasStartLine());
     EXPECT_EQ(message.getStartLine(), "POST /a CVTP/1.0");
@@ -178,7 +177,7 @@ TEST_F(CvtpMessageInImplTest, AHeadWithoutFramingIsRefusedAndLogged) {
 }
 
 TEST_F(CvtpMessageInImplTest, ATimeoutInTheBodyPassesThroughGetBody) {
-    source.then(HEAD + "he").thenThrow(TIMED_OUT).then("llo");
+    source.then(HEAD + "he").thenTimeOut().then("llo");
     char* data = nullptr;
     std::size_t length = 7;
     EXPECT_THROW(message.getBody(data, length), Io::TimeoutException);

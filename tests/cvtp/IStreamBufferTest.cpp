@@ -20,8 +20,6 @@ namespace {
 using Testing::FeedBuffer;
 using Testing::LogCapture;
 
-const Io::TimeoutException TIMED_OUT("Pipe read timed out");
-
 class IStreamBufferTest : public testing::Test {
  protected:
     IStreamBufferTest() { in.exceptions(std::ios_base::badbit); }
@@ -38,7 +36,7 @@ class IStreamBufferTest : public testing::Test {
 };
 
 TEST_F(IStreamBufferTest, GivesWhatIsThereWithoutWaitingForMore) {
-    source.then("hel").thenThrow(TIMED_OUT).then("lo");
+    source.then("hel").thenTimeOut().then("lo");
     IStreamBuffer<char> decoder(in, INT64_C(5), 100);
     CvtpIStream body(decoder);
     std::string got;
@@ -51,7 +49,7 @@ TEST_F(IStreamBufferTest, GivesWhatIsThereWithoutWaitingForMore) {
 }
 
 TEST_F(IStreamBufferTest, GivesAChunkWithoutWaitingForTheLineEndBehindIt) {
-    source.then("3\r\nhel").thenThrow(TIMED_OUT).then("\r\n0\r\n\r\n");
+    source.then("3\r\nhel").thenTimeOut().then("\r\n0\r\n\r\n");
     IStreamBuffer<char> decoder(in, 100);
     CvtpIStream body(decoder);
     EXPECT_EQ(read(body, 3), "hel");
@@ -63,7 +61,7 @@ TEST_F(IStreamBufferTest, GivesAChunkWithoutWaitingForTheLineEndBehindIt) {
 }
 
 TEST_F(IStreamBufferTest, ATimeoutLosesNoByteOfABlockReadStraight) {
-    source.then("hel").thenThrow(TIMED_OUT).then("lo wo").thenThrow(TIMED_OUT).then("rld");
+    source.then("hel").thenTimeOut().then("lo wo").thenTimeOut().then("rld");
     IStreamBuffer<char> decoder(in, INT64_C(11), 1);
     CvtpIStream body(decoder);
     EXPECT_THROW(read(body, 11), Io::TimeoutException);

@@ -18,9 +18,9 @@ using namespace Io;
 
 using CvPipeTest = PipeTest;
 
-const std::string CLOSE_LINE = "DEBUG: Close Handles: handle=N; event=-1";
+const std::string CLOSE_LINE = "DEBUG: Close Handles: handle=N; event=" + Codes::EVENT;
 const std::string CLOSE_NONE_LINE = "DEBUG: Close Handles: handle=-1; event=-1";
-const std::string CANCEL_LINE = "INFO: CvPipe_closePipe CancelIoEx failed. Error code : 9";
+const std::string CANCEL_LINE = "INFO: CvPipe_closePipe CancelIoEx failed. Error code : " + Codes::NO_HANDLE;
 
 TEST_F(CvPipeTest, IsBoundOnceAndInOneDirectionAtLeast) {
     CvPipe pipe;
@@ -164,7 +164,7 @@ TEST_F(CvPipeTest, AReadAfterTheOtherEndHasClosedIsEndOfData) {
     EXPECT_EQ(readSome(connection.client), "rest");
     EXPECT_EQ(connection.client.readPipe(&c, 0, 1, 0), -1);
     EXPECT_EQ(connection.client.readPipe(&c, 0, 1, 50), -1);
-    EXPECT_EQ(log.texts(), Lines{});
+    EXPECT_EQ(log.texts(), Codes::linesAtTheEnd(2));
 }
 
 TEST_F(CvPipeTest, AReadThatWaitsEndsWhenTheOtherEndCloses) {
@@ -187,7 +187,7 @@ TEST_F(CvPipeTest, WhatArrivedIsReadAlthoughTheOtherEndLeftBytesUnread) {
     EXPECT_EQ(readSome(connection.client), "answer");
     EXPECT_EQ(readSome(connection.client), "end of data");
     EXPECT_EQ(readSome(connection.client), "end of data");
-    EXPECT_EQ(log.texts(), Lines{});
+    EXPECT_EQ(log.texts(), Codes::linesAtTheEnd(2));
 }
 
 TEST_F(CvPipeTest, AWriteToAClosedEndIsABrokenPipe) {
@@ -323,7 +323,8 @@ TEST_F(CvPipeTest, CallsOfAPipeThatWasNeverOpenedFail) {
     LogCapture log;
     EXPECT_EQ(messageOf<CvPipeException>([&] { readSome(pipe); }), "CvPipe read failed.");
     EXPECT_EQ(messageOf<CvPipeException>([&] { writeText(pipe, "x"); }), "Pipe write failed");
-    EXPECT_EQ(log.texts(), (Lines{"WARN: ReadFile error: 9", "ERROR: WriteFile error: 9"}));
+    EXPECT_EQ(log.texts(),
+              (Lines{"WARN: ReadFile error: " + Codes::NO_HANDLE, "ERROR: WriteFile error: " + Codes::NO_HANDLE}));
 }
 
 TEST_F(CvPipeTest, WritingNothingDoesNothing) {
@@ -460,7 +461,8 @@ TEST_F(CvPipeTest, APipeOfOneDirectionDoesNotGoTheOtherWay) {
     LogCapture log;
     EXPECT_THROW(readSome(connection.client), CvPipeException);
     EXPECT_THROW(writeText(connection.accepted, "x"), CvPipeException);
-    EXPECT_EQ(log.texts(), (Lines{"WARN: ReadFile error: 13", "ERROR: WriteFile error: 13"}));
+    EXPECT_EQ(log.texts(), (Lines{"WARN: ReadFile error: " + Codes::NOT_ALLOWED,
+                                  "ERROR: WriteFile error: " + Codes::NOT_ALLOWED}));
     writeText(connection.client, "works");
     EXPECT_EQ(readSome(connection.accepted), "works");
 }

@@ -19,8 +19,10 @@
 #include "tests/support_code/LogCapture.h"
 
 #ifdef _WIN32
+#include "tests/io/windows/Codes.h"
 #include "tests/support_code/windows/PipeNames.h"
 #else
+#include "tests/io/posix/Codes.h"
 #include "tests/support_code/posix/PipeNames.h"
 #endif
 
@@ -60,6 +62,14 @@ class TemporaryFolder {
 /// Gives each test a pipe folder of its own.
 class PipeTest : public ::testing::Test {
  protected:
+    void SetUp() override {
+        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
+        const char* const reason = reasonToSkip(std::string(test->test_suite_name()) + "." + test->name());
+        if (reason != nullptr) {
+            GTEST_SKIP() << reason;
+        }
+    }
+
     PipeTest() { Poco::Environment::set("CVTP_PIPE_DIR", folder.getPath()); }
     // Empty is the same as not set.
     ~PipeTest() override { Poco::Environment::set("CVTP_PIPE_DIR", ""); }
@@ -107,18 +117,27 @@ inline void writeText(Io::CvPipe& pipe, const std::string& text) {
     pipe.writePipe(text.data(), 0, static_cast<int>(text.size()));
 }
 
-/// Level and message of each line, with "N" for the number of each valid handle.
+/// Replaces the number that follows `label` by "N". An invalid handle is negative and stays.
+inline void maskNumber(std::string& text, const std::string& label) {
+    const std::string::size_type found = text.find(label);
+    if (found != std::string::npos) {
+        const std::string::size_type begin = found + label.size();
+        const std::string::size_type end = std::min(text.find_first_not_of("0123456789", begin), text.size());
+        text.replace(begin, end - begin, end > begin ? "N" : "");
+    }
+}
+
+/// Level and message of each line, with "N" for the number of each valid handle. Where there was nothing to cancel,
+/// some systems say so, which leaves no line here.
 inline std::vector<std::string> maskedTexts(const LogCapture& log) {
-    const std::string LABEL = "handle=";
     std::vector<std::string> result;
     for (std::string text : log.texts()) {
-        const std::string::size_type label = text.find(LABEL);
-        if (label != std::string::npos) {
-            const std::string::size_type begin = label + LABEL.size();
-            const std::string::size_type end = std::min(text.find_first_not_of("0123456789", begin), text.size());
-            text.replace(begin, end - begin, end > begin ? "N" : "");
+        maskNumber(text, "handle=");
+        maskNumber(text, " event=");
+        maskNumber(text, " event= ");
+        if (text.find(" CancelIoEx failed. Error code : 1168") == std::string::npos) {
+            result.push_back(text);
         }
-        result.push_back(text);
     }
     return result;
 }

@@ -24,8 +24,8 @@ const std::string ERROR_IS = "DEBUG: ServerCvPipe_acceptPipe error = ";
 const std::string STATUS_IS = "DEBUG: ServerCvPipe_acceptPipe WaitForSingleObject status = ";
 const std::string OVERLAPPED_IS = "DEBUG: GetOverlappedResult - GetLastError=";
 const std::string RETVAL_IS = "DEBUG: ServerCvPipe_acceptPipe retval = ";
-const std::string CREATED = "DEBUG: bindPipe: handle=N event=-1";
-const std::string CLOSED = "DEBUG: Close Handles: handle=N event= -1";
+const std::string CREATED = "DEBUG: bindPipe: handle=N event=" + Codes::EVENT;
+const std::string CLOSED = "DEBUG: Close Handles: handle=N event= " + Codes::EVENT;
 
 TEST_F(ServerCvPipeTest, IsBoundOnceAndInOneDirectionAtLeast) {
     ServerCvPipe server;
@@ -50,7 +50,7 @@ TEST_F(ServerCvPipeTest, ASecondServerIsRefused) {
     EXPECT_EQ(messageOf<BindException>([&] { second.bind("PIPE", true, true); }), "CreateNamedPipe failed");
     EXPECT_TRUE(second.isBound()) << "the name stays stored";
     EXPECT_EQ(messageOf<BindException>([] { ServerCvPipe third("pipe", true, true); }), "CreateNamedPipe failed");
-    EXPECT_EQ(log.texts(), (Lines{"ERROR: CreateNamedPipe failed: 98", "ERROR: CreateNamedPipe failed: 98"}));
+    EXPECT_EQ(log.texts(), Lines(2, "ERROR: CreateNamedPipe failed: " + Codes::NAME_TAKEN));
     CvPipe client("pipe", true, true);
     CvPipe accepted;
     first.accept(accepted);
@@ -63,8 +63,8 @@ TEST_F(ServerCvPipeTest, AcceptOnAServerThatCouldNotBeBoundFails) {
     LogCapture log;
     CvPipe pipe;
     EXPECT_EQ(messageOf<CvPipeException>([&] { second.accept(pipe); }), "CreateNamedPipe failed");
-    EXPECT_EQ(log.texts(), (Lines{CALLING, ERROR_IS + "9", "ERROR: Connect error: 9", RETVAL_IS + "3",
-                                  "ERROR: CreateNamedPipe failed: 9"}));
+    EXPECT_EQ(log.texts(), (Lines{CALLING, ERROR_IS + Codes::NO_HANDLE, "ERROR: Connect error: " + Codes::NO_HANDLE,
+                                  RETVAL_IS + "3", "ERROR: CreateNamedPipe failed: " + Codes::NO_HANDLE}));
 }
 
 TEST_F(ServerCvPipeTest, AcceptNeedsABoundOpenServerAndAnUnboundPipe) {
@@ -178,8 +178,9 @@ TEST_F(ServerCvPipeTest, TheDestructorCloses) {
 TEST_F(ServerCvPipeTest, TheDestructorOfAnUnboundServerHasNothingToCancel) {
     LogCapture log;
     { ServerCvPipe server; }
-    EXPECT_EQ(log.texts(), (Lines{"DEBUG: Closing server pipe: ", "DEBUG: Close Handles: handle=-1 event= -1",
-                                  "INFO: ServerCvPipe_closePipe CancelIoEx failed. Error code : 9"}));
+    EXPECT_EQ(log.texts(),
+              (Lines{"DEBUG: Closing server pipe: ", "DEBUG: Close Handles: handle=-1 event= -1",
+                     "INFO: ServerCvPipe_closePipe CancelIoEx failed. Error code : " + Codes::NO_HANDLE}));
 }
 
 TEST_F(ServerCvPipeTest, AClosedNameCanBeTakenAgain) {
@@ -251,7 +252,7 @@ TEST_F(ServerCvPipeTest, TheNameOfAnAcceptedPipeIsTheWholePath) {
     EXPECT_THROW(connection.accepted.connect(), ConnectException);
     EXPECT_EQ(log.texts(), (Lines{"ERROR: Pipe name '\\\\.\\pipe\\pipe' refused: it must have 1 to 256 bytes and "
                                   "neither a backslash nor a NUL.",
-                                  "ERROR: Could not open pipe. GLE=22"}));
+                                  "ERROR: Could not open pipe. GLE=" + Codes::WRONG_NAME}));
 }
 
 TEST_F(ServerCvPipeTest, AnAcceptedPipeHasTheDirectionOfItsServer) {

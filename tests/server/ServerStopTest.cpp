@@ -15,12 +15,15 @@ namespace {
 using Cvtp::CvtpServer;
 using Cvtp::CvtpServerRequest;
 using Cvtp::CvtpServerResponse;
+using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
 using ::testing::StartsWith;
 
 using ServerStopTest = ServerTest;
+
+const std::string INTERRUPTED_WAIT = "DEBUG: InterruptedException - CvtpServer/Worker-1. CvPipe read aborted.";
 
 /// A server that waits for its workers when it need not takes 4 seconds for it.
 const long long WITHOUT_WAITING_MS = 3000;
@@ -119,11 +122,27 @@ TEST_F(ServerStopTest, WithConnectionsWaitingForARequestInterruptsThem) {
                     "DEBUG: Stopping worker CvtpServer/Worker-1", "DEBUG: Stopping worker CvtpServer/Worker-2",
                     "DEBUG: Deleting worker CvtpServer/Worker-1", "DEBUG: Deleting worker CvtpServer/Worker-2",
                     summaryLine("pipe", 2, 0, 2, 0, 0, 2), "INFO: CvtpServer pipe is stopped."));
-    EXPECT_THAT(
-        workerLines(log),
-        ElementsAre("DEBUG: Begin processing of POST request (CvtpServer/Worker-1).",
-                    "DEBUG: Complete processing of POST request (CvtpServer/Worker-1).",
-                    "DEBUG: InterruptedException - CvtpServer/Worker-1. CvPipe read aborted.", closingLine()));
+    const std::string begin = "DEBUG: Begin processing of POST request (CvtpServer/Worker-1).";
+    const std::string complete = "DEBUG: Complete processing of POST request (CvtpServer/Worker-1).";
+    // A worker that was not back at its wait yet sees the stop before it.
+    EXPECT_THAT(workerLines(log), AnyOf(ElementsAre(begin, complete, INTERRUPTED_WAIT, closingLine()),
+                                        ElementsAre(begin, complete, closingLine())));
+}
+
+TEST_F(ServerStopTest, InterruptsTheWaitForARequest) {
+    // Nothing tells that a worker waits, so a server may be stopped just before; not each of many.
+    bool seen = false;
+    for (int round = 0; round < 100 && !seen; ++round) {
+        const LogCapture log;
+        RunningServer service("pipe");
+        service.start();
+        RawClient client("pipe");
+        client.post("hello");
+        std::this_thread::sleep_for(std::chrono::milliseconds(round));
+        service.stop();
+        seen = log.has(INTERRUPTED_WAIT);
+    }
+    EXPECT_TRUE(seen);
 }
 
 TEST_F(ServerStopTest, WithFinishedWorkersStopsNoneOfThem) {
@@ -135,8 +154,10 @@ TEST_F(ServerStopTest, WithFinishedWorkersStopsNoneOfThem) {
     EXPECT_EQ(client.receiveToEnd(), "");
     EXPECT_TRUE(log.waitFor(closingLine()));
     EXPECT_TRUE(log.waitFor("DEBUG: Activated worker thread pipe/Worker-1 (1)."));
-    // The worker stops being busy after its last line.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // The worker stops being busy after its last line, and its thread is free after that.
+    while (service.server.idleRequestProcessors() < 5) {
+        std::this_thread::yield();
+    }
     const StopWatch watch;
     service.stop();
     EXPECT_LT(watch.elapsed(), WITHOUT_WAITING_MS);

@@ -7,14 +7,14 @@
 #include "io/Exceptions.h"
 #include "tests/server/ServerTest.h"
 
-extern "C" const char* __asan_default_options();
-extern "C" const char* __tsan_default_options();
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options();
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options();
 
-extern "C" const char* __asan_default_options() {
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
     return "detect_leaks=0";
 }
 
-extern "C" const char* __tsan_default_options() {
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options() {
     return "report_thread_leaks=0";
 }
 

@@ -2,11 +2,12 @@
 
 #include <cstddef>
 #include <deque>
-#include <exception>
 #include <functional>
 #include <streambuf>
 #include <string>
 #include <utility>
+
+#include "io/Exceptions.h"
 
 namespace Corvane {
 namespace Testing {
@@ -24,10 +25,9 @@ class FeedBuffer : public std::streambuf {
         return *this;
     }
 
-    /// The next refill throws `exception`; the one after it goes on with the next step.
-    template <class Exception>
-    FeedBuffer& thenThrow(const Exception& exception) {
-        steps.push_back({std::string(), [exception] { throw exception; }});
+    /// The next refill times out; the one after it goes on with the next step.
+    FeedBuffer& thenTimeOut() {
+        steps.push_back({std::string(), [] { throw Io::TimeoutException("Pipe read timed out"); }});
         return *this;
     }
 

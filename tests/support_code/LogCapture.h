@@ -45,9 +45,15 @@ inline bool hasShape(const std::string& text, std::string::size_type at, const s
     return true;
 }
 
-/// Three digits, of which the first ones may be blanks in place of zeros.
+/// A number of at most three digits, padded with blanks: zeros in their place are wrong.
 inline bool hasMilliseconds(const std::string& text, std::string::size_type at) {
-    return hasShape(text, at, "999") || hasShape(text, at, " 99") || hasShape(text, at, "  9");
+    if (hasShape(text, at, "999")) {
+        return text[at] != '0';
+    }
+    if (hasShape(text, at, " 99")) {
+        return text[at + 1] != '0';
+    }
+    return hasShape(text, at, "  9");
 }
 
 /// A file of its own in the temporary folder, removed at the end. It is written through one stream and read through
@@ -102,13 +108,13 @@ class LogCapture {
     /// The log in pieces. Each piece is checked against the whole format of a line; the test fails when one does
     /// not match it. A message may contain line ends.
     std::vector<LogEntry> lines() const {
-        static const std::string END = "- Corvane.SOA.Cvtp\n";
-        const std::string text = log();
+        const std::string text = logInWholeLines();
         std::vector<LogEntry> entries;
         std::string::size_type begin = 0;
-        for (std::string::size_type end = text.find(END); end != std::string::npos; end = text.find(END, begin)) {
+        const std::string lineEnd = LINE_END;
+        for (auto end = text.find(lineEnd); end != std::string::npos; end = text.find(lineEnd, begin)) {
             entries.push_back(parse(text.substr(begin, end - begin)));
-            begin = end + END.size();
+            begin = end + lineEnd.size();
         }
         EXPECT_EQ(text.substr(begin), "") << "the log ends in the middle of a line";
         return entries;
@@ -176,6 +182,23 @@ class LogCapture {
     }
 
  private:
+    static constexpr const char* LINE_END = "- Corvane.SOA.Cvtp\n";
+
+    /// A line that another thread is just writing may be seen in part, so this looks again, but not without end.
+    std::string logInWholeLines() const {
+        const std::string lineEnd = LINE_END;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        std::string text = log();
+        while (!text.empty() &&
+               (text.size() < lineEnd.size() ||
+                text.compare(text.size() - lineEnd.size(), lineEnd.size(), lineEnd) != 0) &&
+               std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+            text = log();
+        }
+        return text;
+    }
+
     static LogEntry parse(const std::string& line) {
         static const std::string AFTER_TIME = " UTC - Thread-";
         LogEntry entry;

@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
 
     CLI::App app("Sends and serves CVTP requests over named pipes.", "cvtp");
+    // On Windows a resource such as /orders would be taken for an option.
+    app.allow_windows_style_options(false);
     app.require_subcommand(1);
     app.set_version_flag("--version",
                          "cvtp " CVTP_TOOL_VERSION " (" + Corvane::Cvtp::Version::CURRENT_VERSION.toString() + ")");
