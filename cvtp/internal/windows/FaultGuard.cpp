@@ -1,0 +1,181 @@
+#include "cvtp/internal/FaultGuard.h"
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+#include <malloc.h>
+#include <setjmp.h>
+
+#include <mutex>
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+namespace {
+
+std::mutex filterLock;
+/// Guarded by filterLock.
+FaultGuard::Filter processFilter;
+
+/// Shows a fault to the filter. Its answers are those of the system's own exception filters: above zero to leave
+/// the work, zero to look further, below zero to go on at the fault.
+int ask(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info) {
+    return filter.invoke(filter.function, info->ExceptionRecord->ExceptionCode, info);
+}
+
+/// Makes a stack that was used up usable once more.
+void recoverStack(DWORD code) {
+    if (code == EXCEPTION_STACK_OVERFLOW) {
+        _resetstkoflw();
+    }
+}
+
+}  // namespace
+
+FaultGuard::Filter FaultGuard::getFilter() {
+    const std::lock_guard<std::mutex> lock(filterLock);
+    return processFilter;
+}
+
+// With a compiler that knows __try, the guard is just that. The others have no frame-based handlers, so a handler
+// that sees the faults of all threads takes those of guarded work, and jumps back into the guard.
+#ifdef _MSC_VER
+
+namespace {
+
+/// The code of the C++ exceptions of this compiler.
+const DWORD CPP_EXCEPTION = 0xE06D7363;
+
+int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, DWORD& code) {
+    code = info->ExceptionRecord->ExceptionCode;
+    // Thrown on purpose, and no fault.
+    return code == CPP_EXCEPTION ? EXCEPTION_CONTINUE_SEARCH : ask(filter, info);
+}
+
+}  // namespace
+
+void FaultGuard::setFilter(const Filter& filter) {
+    const std::lock_guard<std::mutex> lock(filterLock);
+    processFilter = filter;
+}
+
+bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
+    // Nothing here may have a destructor: the compiler does not allow it beside __try.
+    DWORD code = 0;
+    __try {
+        work();
+    } __except (filterFault(filter, GetExceptionInformation(), code)) {
+        recoverStack(code);
+        return false;
+    }
+    return true;
+}
+
+#else
+
+namespace {
+
+/// Guarded work under way in a thread: where to go on after it was abandoned.
+struct Frame {
+    FaultGuard::Filter filter;
+    jmp_buf resume;
+    DWORD code;
+};
+
+/// The handler has no more than this of a stack that was used up.
+const ULONG STACK_FOR_HANDLER = 64 * 1024;
+
+/// Guarded by filterLock. Null while no filter is set.
+void* vectoredHandler = nullptr;
+
+/// The place where each thread keeps its frame. Not thread_local, for which this compiler allocates memory when a
+/// thread first asks, and the thread that asks may be one that has just faulted inside the allocator.
+DWORD frameSlot() {
+    static const DWORD slot = TlsAlloc();
+    return slot;
+}
+
+/// Makes a frame the current one for the length of a block, however it is left.
+class CurrentFrame {
+ public:
+    explicit CurrentFrame(Frame& frame) { TlsSetValue(frameSlot(), &frame); }
+    ~CurrentFrame() { TlsSetValue(frameSlot(), nullptr); }
+    CurrentFrame(const CurrentFrame&) = delete;
+    CurrentFrame& operator=(const CurrentFrame&) = delete;
+};
+
+/// A fault of processor or system. The handler sees all exceptions before those who want to catch them do, C++
+/// exceptions, messages to debuggers and whatever an application raises included, and these must get there.
+bool isFault(DWORD code) {
+    const DWORD SEVERITY_AND_CUSTOMER_BITS = 0xE0000000;
+    const DWORD SYSTEM_ERROR = 0xC0000000;
+    return (code & SEVERITY_AND_CUSTOMER_BITS) == SYSTEM_ERROR;
+}
+
+LONG CALLBACK onException(EXCEPTION_POINTERS* info) {
+    if (!isFault(info->ExceptionRecord->ExceptionCode)) {
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+    // Asking for the frame changes this, and whoever handles the exception may want to know it.
+    const DWORD lastError = GetLastError();
+    Frame* const frame = static_cast<Frame*>(TlsGetValue(frameSlot()));
+    if (frame == nullptr) {
+        SetLastError(lastError);
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+    // A fault of the filter itself must not come back to it.
+    TlsSetValue(frameSlot(), nullptr);
+    SetLastError(lastError);
+    const int answer = ask(frame->filter, info);
+    if (answer > FaultGuard::PASS_ON) {
+        frame->code = info->ExceptionRecord->ExceptionCode;
+        longjmp(frame->resume, 1);
+    }
+    TlsSetValue(frameSlot(), frame);
+    SetLastError(lastError);
+    return answer == FaultGuard::PASS_ON ? EXCEPTION_CONTINUE_SEARCH : EXCEPTION_CONTINUE_EXECUTION;
+}
+
+}  // namespace
+
+void FaultGuard::setFilter(const Filter& filter) {
+    const std::lock_guard<std::mutex> lock(filterLock);
+    processFilter = filter;
+    if (filter && vectoredHandler == nullptr) {
+        // Now, and not when a thread faults.
+        frameSlot();
+        vectoredHandler = AddVectoredExceptionHandler(1, onException);
+    } else if (!filter && vectoredHandler != nullptr) {
+        RemoveVectoredExceptionHandler(vectoredHandler);
+        vectoredHandler = nullptr;
+    }
+}
+
+bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
+    ULONG reserved = STACK_FOR_HANDLER;
+    SetThreadStackGuarantee(&reserved);
+    Frame frame;
+    frame.filter = filter;
+    frame.code = 0;
+    // With null as its second argument, longjmp() restores the registers and does nothing else. Otherwise it would
+    // unwind the stack, over the frames of the system that lie between the handler and the fault.
+    if (_setjmp(frame.resume, nullptr) != 0) {
+        recoverStack(frame.code);
+        return false;
+    }
+    const CurrentFrame current(frame);
+    work();
+    return true;
+}
+
+#endif
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "io/platform/windows/WindowsHeader.h"
+
+namespace Corvane {
+namespace Io {
+namespace Platform {
+
+/// The calls that the transport makes on the system. A test puts others in their place: it forces failures that the
+/// system shows only rarely, and sees the arguments of each call. A call that fails leaves its reason in
+/// GetLastError(), here as in the system.
+struct SystemCalls {
+    decltype(&::CreateNamedPipeA) createNamedPipe = &::CreateNamedPipeA;
+    decltype(&::ConnectNamedPipe) connectNamedPipe = &::ConnectNamedPipe;
+    decltype(&::CreateFileA) createFile = &::CreateFileA;
+    decltype(&::WaitNamedPipeA) waitNamedPipe = &::WaitNamedPipeA;
+    decltype(&::ReadFile) readFile = &::ReadFile;
+    decltype(&::WriteFile) writeFile = &::WriteFile;
+    decltype(&::GetOverlappedResult) getOverlappedResult = &::GetOverlappedResult;
+    decltype(&::CancelIoEx) cancelIoEx = &::CancelIoEx;
+    decltype(&::CreateEventA) createEvent = &::CreateEventA;
+    decltype(&::WaitForSingleObject) waitForSingleObject = &::WaitForSingleObject;
+    decltype(&::CloseHandle) closeHandle = &::CloseHandle;
+};
+
+/// The table that is in use, at first that of the system itself.
+const SystemCalls& calls();
+
+/// Puts `table` (not owned) in the place of the one that is in use; null puts the system's own back. To be called
+/// while no thread is inside a call of a pipe.
+void substituteCalls(const SystemCalls* table);
+
+}  // namespace Platform
+}  // namespace Io
+}  // namespace Corvane
