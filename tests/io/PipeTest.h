@@ -18,6 +18,7 @@
 #include "io/ServerCvPipe.h"
 #include "tests/support_code/LogCapture.h"
 
+// What the log has for codes, and where pipes are, differs between the systems.
 #ifdef _WIN32
 #include "tests/io/windows/Codes.h"
 #include "tests/support_code/windows/PipeNames.h"

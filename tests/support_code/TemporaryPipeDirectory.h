@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+// Windows has no folder of pipes: there a test keeps to itself by the names of its pipes.
 #ifdef _WIN32
 #include "tests/support_code/windows/PipeNames.h"
 #else
