@@ -42,11 +42,6 @@ struct LoggingState {
     RecursiveMutex inputLock;
     RecursiveMutex outputLock;
 
-    /// Set while setLogging is at work, which holds settingLock meanwhile: writers that come then wait there, since
-    /// threads that log without pause could keep it from their locks for as long as they like.
-    std::atomic<bool> isBeingSet{false};
-    RecursiveMutex settingLock;
-
     /// Correlation ids by thread id, guarded by idLock.
     std::map<std::uint32_t, std::string> correlationIds;
     RecursiveMutex idLock;
@@ -88,14 +83,6 @@ bool isTraced(int direction) {
     return level == direction || level == TRACE_BOTH;
 }
 
-/// To be called before a writer takes its lock.
-void letSettingFinish() {
-    LoggingState& shared = state();
-    if (shared.isBeingSet.load(std::memory_order_relaxed)) {
-        const RecursiveLock lock(&shared.settingLock);
-    }
-}
-
 std::string logLine(int level, const std::string& message) {
     const Poco::DateTime now;
     std::string line = LEVEL_NAMES[static_cast<std::size_t>(level) - 1];
@@ -117,7 +104,6 @@ void writeLog(int level, const std::string& message) {
     if (!isLevelOn(level)) {
         return;
     }
-    letSettingFinish();
     LoggingState& shared = state();
     const RecursiveLock lock(&shared.levelLocks[static_cast<std::size_t>(level) - 1]);
     std::FILE* const file = shared.logFile.load(std::memory_order_relaxed);
@@ -148,7 +134,6 @@ void writeTrace(int direction, RecursiveMutex& mutex, const char* data, std::siz
     if (!isTraced(direction)) {
         return;
     }
-    letSettingFinish();
     const RecursiveLock lock(&mutex);
     std::FILE* const file = state().commFile.load(std::memory_order_relaxed);
     if (!isTraced(direction) || file == nullptr) {
@@ -165,8 +150,6 @@ void writeTrace(int direction, RecursiveMutex& mutex, const char* data, std::siz
 
 void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commLevel) {
     LoggingState& shared = state();
-    const RecursiveLock setting(&shared.settingLock);
-    shared.isBeingSet.store(true, std::memory_order_relaxed);
     const RecursiveLock error(&shared.levelLocks[0]);
     const RecursiveLock warn(&shared.levelLocks[1]);
     const RecursiveLock info(&shared.levelLocks[2]);
@@ -179,7 +162,6 @@ void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commL
     shared.commFile.store(commFile, std::memory_order_relaxed);
     shared.logLevel.store(knownLogLevel ? logLevel : 0, std::memory_order_relaxed);
     shared.commLevel.store(knownCommLevel && commFile != nullptr ? commLevel : 0, std::memory_order_relaxed);
-    shared.isBeingSet.store(false, std::memory_order_relaxed);
 }
 
 void setCorrelationId(const std::string& id) {

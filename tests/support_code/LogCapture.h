@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <system_error>
@@ -78,9 +77,14 @@ class ScratchFile {
 
     std::FILE* file() const { return stream; }
 
+    /// What the file held when the call began. To read until its end would never end while other threads write
+    /// faster than this one reads.
     std::string content() const {
+        std::string text(static_cast<std::string::size_type>(std::filesystem::file_size(path)), '\0');
         std::ifstream in(path, std::ios_base::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        in.read(&text[0], static_cast<std::streamsize>(text.size()));
+        text.resize(static_cast<std::string::size_type>(in.gcount()));
+        return text;
     }
 
  private:
