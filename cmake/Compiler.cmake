@@ -7,12 +7,26 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-option(CVTP_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
+# Windows looks for DLLs in the folder of the program, so all programs and the DLL go to one.
+if(WIN32 AND PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endif()
+
+set(werror ${PROJECT_IS_TOP_LEVEL})
+if(MSVC)
+    # Nobody has seen yet what it warns of.
+    set(werror OFF)
+endif()
+option(CVTP_WERROR "Treat warnings as errors" ${werror})
 set(CVTP_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
 option(CVTP_COVERAGE "Build for a coverage report" OFF)
 
 if(MSVC)
-    add_compile_options(/W4)
+    # 4251 and 4275: members and base classes of the standard library in exported classes; user and library are built
+    # with the same one.
+    add_compile_options(/W4 /wd4251 /wd4275 /utf-8)
+    # fopen and the like are meant.
+    add_compile_definitions(_CRT_SECURE_NO_WARNINGS)
 else()
     add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow=local -Wnon-virtual-dtor
                         -Woverloaded-virtual -Wformat=2 -Wundef)

@@ -36,3 +36,7 @@ install(FILES ${PROJECT_BINARY_DIR}/libcvtp.pc DESTINATION ${CMAKE_INSTALL_LIBDI
 if(CVTP_BUILD_TOOLS)
     install(TARGETS cvtp_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+
+if(WIN32)
+    include(cmake/WindowsPackage.cmake)
+endif()
