@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "cvtp/internal/CvtpHeaderWriter.h"
 #include "cvtp/internal/CvtpOStream.h"
+#include "cvtp/internal/TransferSummary.h"
 #include "io/Exceptions.h"
+#include "tests/cvtp/MessageSupport.h"
 #include "tests/support_code/LogCapture.h"
 #include "tests/support_code/PipeEndBuffer.h"
 
@@ -151,6 +154,29 @@ TEST_F(BodyWriter, AFailureWithoutAnExceptionOfTheStreamBecomesOne) {
     EXPECT_THROW(writer.close(), Io::CvPipeException);
 }
 
+TEST_F(BodyWriter, AFlushOrAnEndThatFailsWithoutAnExceptionBecomesOne) {
+    out.exceptions(std::ios_base::goodbit);
+    CVTP_OBufferWriter flushed(4, true, out, nullptr);
+    pipe.throwOnFlush = true;
+    EXPECT_THROW(flushed.flush(), Io::CvPipeException);
+    pipe.throwOnFlush = false;
+    out.clear();
+    CVTP_OBufferWriter closed(4, true, out, nullptr);
+    pipe.throwOnWrite = true;
+    EXPECT_THROW(closed.close(), Io::CvPipeException) << "the last chunk did not go out";
+    EXPECT_THROW(closed.close(), Io::CvPipeException);
+}
+
+TEST_F(BodyWriter, ABodyThatCouldNotBeFlushedHasNoSummary) {
+    const LogCapture capture(4, 3);
+    CVTP_OBufferWriter writer(100, true, out, nullptr);
+    writer.write("hello", 5);
+    pipe.throwOnFlush = true;
+    EXPECT_THROW(writer.close(), Io::BrokenPipeException);
+    EXPECT_EQ(capture.log(), "");
+    EXPECT_EQ(capture.trace(), "");
+}
+
 TEST_F(BodyWriter, WritesItsSummaryOnceWhenItIsClosed) {
     const LogCapture capture;
     CVTP_OBufferWriter writer(100, true, out, nullptr);
@@ -163,6 +189,31 @@ TEST_F(BodyWriter, WritesItsSummaryOnceWhenItIsClosed) {
     ASSERT_EQ(texts.size(), 1U);
     // How fast it was depends on the machine.
     EXPECT_EQ(texts[0].substr(0, texts[0].find('(')), "DEBUG: Wrote 5 bytes to the CvPipe ");
+}
+
+TEST_F(BodyWriter, ItsRateCountsFromTheFirstByteToTheEnd) {
+    const LogCapture capture;
+    CVTP_OBufferWriter writer(100, true, out, nullptr);
+    Testing::letPass(20);
+    const std::int64_t beforeFirst = currentMilliseconds();
+    writer.write("hello", 5);
+    const std::int64_t afterFirst = currentMilliseconds();
+    Testing::letPass(20);
+    const std::int64_t beforeEnd = currentMilliseconds();
+    writer.write("hello", 5);
+    writer.close();
+    const std::int64_t afterEnd = currentMilliseconds();
+    const double rate = Testing::rateIn(capture.texts().at(0));
+    EXPECT_GE(rate, Testing::rateIn(writeSummary(10, afterEnd - beforeFirst)));
+    EXPECT_LE(rate, Testing::rateIn(writeSummary(10, beforeEnd - afterFirst)));
+}
+
+TEST_F(BodyWriter, TracesNothingWhenTracingWasOffAtItsBeginning) {
+    CVTP_OBufferWriter writer(2, true, out, nullptr);
+    const LogCapture capture(0, 3);
+    writer.write("hello", 5);
+    writer.close();
+    EXPECT_EQ(capture.trace(), "") << "the end of a body would be taken for all of it";
 }
 
 TEST_F(BodyWriter, TracesTheBodyWithoutItsChunkFrames) {

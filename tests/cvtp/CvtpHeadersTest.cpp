@@ -67,6 +67,11 @@ TEST(CvtpHeader, TrimsItsName) {
     EXPECT_EQ(header.getName(), "");
     header.setName(" ");
     EXPECT_EQ(header.getName(), "");
+    // What setName() leaves alone is more than the constructor does; deliberate.
+    header.setName("\vX\f");
+    EXPECT_EQ(header.getName(), "\vX\f");
+    header.setName("\vX ");
+    EXPECT_EQ(header.getName(), "X");
 }
 
 TEST(CvtpHeader, CopiesNameAndValues) {
@@ -106,6 +111,15 @@ TEST(CvtpHeaders, FindsANameWithBlanksAroundIt) {
     EXPECT_EQ(headers.names(), (Texts{"X-A"}));
     headers.set("\nx-A", "2");
     EXPECT_EQ(headers.names(), (Texts{"x-A"}));
+}
+
+TEST(CvtpHeaders, OtherWhiteSpaceIsPartOfTheKeyButNotOfTheNameAsShown) {
+    CvtpHeaders headers;
+    headers.add("\vX-A", "1");
+    headers.add("X-A", "2");
+    EXPECT_EQ(headers.getAll("X-A"), (Texts{"2"}));
+    EXPECT_EQ(headers.getAll("\vX-A"), (Texts{"1"}));
+    EXPECT_EQ(headers.names(), (Texts{"X-A", "X-A"}));
 }
 
 TEST(CvtpHeaders, AnEmptyAndABlankNameAreTheSame) {

@@ -72,6 +72,23 @@ TEST_F(CvtpMessageInImplTest, TheBodyStreamIsTheSameWithEachCall) {
     EXPECT_TRUE(message.isBodyComplete());
 }
 
+TEST_F(CvtpMessageInImplTest, TheBodyIsReadByTheBufferful) {
+    const std::string block(150, 'x');
+    source.then(HEAD.substr(0, HEAD.find(": 5") + 2) + "150\r\n\r\n").then(block);
+    source.then("POST /a CVTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n")
+        .then("96\r\n")
+        .then(block + "\r\n0\r\n\r\n");
+    std::istream& counted = *message.getBodyStream();
+    EXPECT_EQ(counted.get(), 'x');
+    EXPECT_EQ(counted.rdbuf()->in_avail(), 99);
+    counted.ignore(149);
+    EXPECT_TRUE(message.isBodyComplete());
+    CvtpMessageInImpl next(&in, TAG_ACCEPT, nullptr, 100);
+    std::istream& chunked = *next.getBodyStream();
+    EXPECT_EQ(chunked.get(), 'x');
+    EXPECT_EQ(chunked.rdbuf()->in_avail(), 99);
+}
+
 TEST_F(CvtpMessageInImplTest, BothFormsOfGetBodyGiveABlockThatEndsInANul) {
     source.then(HEAD + "hello" + HEAD + "world");
     char* data = nullptr;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -26,7 +28,7 @@ class CvtpMessageOutImplTest : public testing::Test {
     CvtpMessageOutImplTest() { out.exceptions(std::ios_base::badbit); }
 
     /// Adds a header whose line has this many bytes, CR LF included.
-    void addHeaderLineOf(std::size_t size) { message.addHeader("X-A", std::string(size - 7, 'v')); }
+    void addHeaderLineOf(std::size_t size) { message.addHeader("x-A", std::string(size - 7, 'v')); }
 
     Testing::StartLineOwner owner;
     CvtpMessageOutImpl message{&owner, TAG_SEND, nullptr};
@@ -78,12 +80,14 @@ TEST_F(CvtpMessageOutImplTest, IsNotCommittedToAStreamThatFailsWithoutAnExceptio
     EXPECT_FALSE(message.isCommitted());
     EXPECT_THROW(message.writeHeaders(out), Io::CvPipeException) << "nor to one that had failed before";
     EXPECT_FALSE(message.isCommitted());
+    EXPECT_THROW(out.exceptions(std::ios_base::badbit), std::ios_base::failure);
+    EXPECT_THROW(message.writeHeaders(out), Io::CvPipeException) << "also when that would throw of its own accord";
 }
 
 TEST_F(CvtpMessageOutImplTest, AcceptsAHeaderLineOf2048Bytes) {
     addHeaderLineOf(2048);
     message.writeHeaders(out);
-    const std::string expected = "POST /a CVTP/1.0\r\nX-A: " + std::string(2041, 'v') + "\r\n\r\n";
+    const std::string expected = "POST /a CVTP/1.0\r\nx-A: " + std::string(2041, 'v') + "\r\n\r\n";
     EXPECT_EQ(pipe.bytes(), expected);
 }
 
@@ -91,7 +95,7 @@ TEST_F(CvtpMessageOutImplTest, RefusesAHeaderLineOf2049BytesBeforeAnythingIsWrit
     message.addHeader("A", "1");
     addHeaderLineOf(2049);
     const LogCapture capture;
-    const std::string text = "The header X-A exceeded the 2048 byte limit.";
+    const std::string text = "The header x-A exceeded the 2048 byte limit.";
     try {
         message.writeHeaders(out);
         ADD_FAILURE() << "nothing thrown";
@@ -145,6 +149,15 @@ TEST_F(CvtpMessageOutImplTest, ASecondBodyReplacesTheFirstButAppendsItsLengthOnP
     message.writeBody(out);
     EXPECT_EQ(pipe.bytes(), "POST /a CVTP/1.0\r\nContent-Length: 5,7\r\n\r\ngoodbye");
     EXPECT_EQ(message.getBodyLength(), 7);
+}
+
+TEST_F(CvtpMessageOutImplTest, ABodyForWhichThereCanBeNoMemoryIsRefused) {
+    message.setBody("hello", 5);
+    // With its NUL it would have a length of 0.
+    EXPECT_THROW(message.setBody("hello", SIZE_MAX), std::bad_alloc);
+    EXPECT_EQ(message.getBodyLength(), -1);
+    message.writeBody(out);
+    EXPECT_TRUE(pipe.calls.empty());
 }
 
 TEST_F(CvtpMessageOutImplTest, TracesAndLogsItsHead) {

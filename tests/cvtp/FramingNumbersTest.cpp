@@ -52,6 +52,7 @@ TEST(ChunkSize, IsTheHexadecimalPrefix) {
     EXPECT_EQ(parseChunkSize("0X1f"), 0x1FU);
     EXPECT_EQ(parseChunkSize("5;name"), 5U);
     EXPECT_EQ(parseChunkSize("5g"), 5U);
+    EXPECT_EQ(parseChunkSize("1x5"), 1U);
     EXPECT_EQ(parseChunkSize("00000000000000005"), 5U);
 }
 
@@ -63,6 +64,7 @@ TEST(ChunkSize, OfGarbageIsZero) {
 
 TEST(ChunkSize, HasSixtyFourBitsAndStopsAtTheLargest) {
     EXPECT_EQ(parseChunkSize("100000005"), UINT64_C(0x100000005));
+    EXPECT_EQ(parseChunkSize("fffffffffffffff0"), UINT64_MAX - 15);
     EXPECT_EQ(parseChunkSize("ffffffffffffffff"), UINT64_MAX);
     EXPECT_EQ(parseChunkSize("10000000000000000"), UINT64_MAX);
     EXPECT_EQ(parseChunkSize("1000000000000000005"), UINT64_MAX);

@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <istream>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <vector>
 
 #include "cvtp/internal/CvtpIStream.h"
+#include "cvtp/internal/TransferSummary.h"
 #include "io/Exceptions.h"
+#include "tests/cvtp/MessageSupport.h"
 #include "tests/support_code/FeedBuffer.h"
 #include "tests/support_code/LogCapture.h"
 
@@ -93,6 +97,32 @@ TEST_F(IStreamBufferTest, ReadsIntoTheCallersMemoryWhenTheBlockIsLargeEnough) {
     EXPECT_EQ(decoder.in_avail(), 0) << "nothing went through the get area";
     EXPECT_EQ(decoder.sgetn(target, 5), 5);
     EXPECT_EQ(decoder.in_avail(), 5);
+    EXPECT_EQ(decoder.sgetn(target, 12), 12);
+    EXPECT_EQ(decoder.in_avail(), 3) << "what was left to be read was not large enough";
+}
+
+TEST_F(IStreamBufferTest, ASmallReadOfAChunkFillsTheBuffer) {
+    source.then("5\r\nhello\r\n0\r\n\r\n");
+    IStreamBuffer<char> decoder(in, 100);
+    char target = 0;
+    EXPECT_EQ(decoder.sgetn(&target, 1), 1);
+    EXPECT_EQ(decoder.in_avail(), 4);
+}
+
+TEST_F(IStreamBufferTest, ABodyCutOffIsNotReadAgain) {
+    for (const char* bytes : {"", "5\r\nhell"}) {
+        FeedBuffer cut;
+        cut.then(bytes);
+        std::istream stream(&cut);
+        IStreamBuffer<char> decoder(stream, 100);
+        CvtpIStream body(decoder);
+        read(body, 100);
+        const int refills = cut.refills();
+        EXPECT_EQ(refills, *bytes == '\0' ? 1 : 2);
+        body.clear();
+        EXPECT_EQ(read(body, 100), "");
+        EXPECT_EQ(cut.refills(), refills);
+    }
 }
 
 TEST_F(IStreamBufferTest, AnEmptyBodyIsCompleteFromTheStart) {
@@ -139,7 +169,9 @@ TEST_F(IStreamBufferTest, AnEndlessSizeLineEndsAfterTwentyCharacters) {
     source.thenByteByByte(std::string(1000, '0'));
     IStreamBuffer<char> decoder(in, 100);
     EXPECT_EQ(decoder.sgetc(), std::istream::traits_type::eof());
-    EXPECT_LE(source.refills(), 20);
+    EXPECT_EQ(source.refills(), 20);
+    EXPECT_EQ(in.get(), '0');
+    EXPECT_EQ(source.refills(), 20) << "the twentieth is looked at, but not taken";
 }
 
 TEST_F(IStreamBufferTest, WritesItsSummaryOnce) {
@@ -153,6 +185,63 @@ TEST_F(IStreamBufferTest, WritesItsSummaryOnce) {
     ASSERT_EQ(texts.size(), 1U);
     // How fast it was depends on the machine.
     EXPECT_EQ(texts[0].substr(0, texts[0].find('(')), "DEBUG: Read 5 bytes from the CvPipe ");
+}
+
+TEST_F(IStreamBufferTest, ItsRateCountsFromTheFirstReadToTheEnd) {
+    source.then("hello").then("world");
+    const LogCapture capture;
+    IStreamBuffer<char> decoder(in, INT64_C(10), 100);
+    CvtpIStream body(decoder);
+    Testing::letPass(20);
+    const std::int64_t beforeFirst = currentMilliseconds();
+    EXPECT_EQ(body.get(), 'h');
+    const std::int64_t afterFirst = currentMilliseconds();
+    Testing::letPass(20);
+    const std::int64_t beforeEnd = currentMilliseconds();
+    EXPECT_EQ(read(body, 100), "elloworld");
+    const std::int64_t afterEnd = currentMilliseconds();
+    const double rate = Testing::rateIn(capture.texts().at(0));
+    EXPECT_GE(rate, Testing::rateIn(readSummary(10, afterEnd - beforeFirst)));
+    EXPECT_LE(rate, Testing::rateIn(readSummary(10, beforeEnd - afterFirst)));
+}
+
+TEST_F(IStreamBufferTest, ReadsFromABufferThatTellsNotHowMuchItHas) {
+    /// Has no get area, and gives byte by byte.
+    class BareBuffer : public std::streambuf {
+     public:
+        explicit BareBuffer(const std::string& bytes) : bytes(bytes) {}
+
+     protected:
+        int_type underflow() override {
+            return position < bytes.size() ? traits_type::to_int_type(bytes[position]) : traits_type::eof();
+        }
+        int_type uflow() override {
+            const int_type next = underflow();
+            ++position;
+            return next;
+        }
+
+     private:
+        std::string bytes;
+        std::size_t position = 0;
+    };
+    BareBuffer bare("5\r\nhello\r\n0\r\n\r\nrest");
+    std::istream stream(&bare);
+    IStreamBuffer<char> decoder(stream, 100);
+    CvtpIStream body(decoder);
+    EXPECT_EQ(read(body, 100), "hello");
+    EXPECT_TRUE(decoder.isComplete());
+    EXPECT_EQ(stream.get(), 'r');
+}
+
+TEST_F(IStreamBufferTest, AReadOfNothingOrLessGivesNothing) {
+    source.then("hello");
+    IStreamBuffer<char> decoder(in, INT64_C(5), 100);
+    char target = 'x';
+    EXPECT_EQ(decoder.sgetn(&target, 0), 0);
+    EXPECT_EQ(decoder.sgetn(&target, -1), 0);
+    EXPECT_EQ(target, 'x');
+    EXPECT_EQ(decoder.sbumpc(), 'h');
 }
 
 TEST_F(IStreamBufferTest, ABodyCutOffHasNoSummary) {

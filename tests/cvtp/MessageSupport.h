@@ -1,11 +1,16 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdlib>
+#include <locale>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "cvtp/CvtpMessageOut.h"
 #include "cvtp/internal/CvtpMessageInImpl.h"
+#include "cvtp/internal/TransferSummary.h"
 #include "tests/cvtp/MessageTable.h"
 
 namespace Corvane {
@@ -32,6 +37,26 @@ class StartLineOwner : public Corvane::Cvtp::CvtpMessageOut {
  private:
     std::string startLine;
 };
+
+/// Lets at least this many milliseconds pass on the clock that the summary is made with.
+inline void letPass(std::int64_t milliseconds) {
+    const std::int64_t end = Internal::Cvtp::currentMilliseconds() + milliseconds;
+    while (Internal::Cvtp::currentMilliseconds() < end) {
+        std::this_thread::yield();
+    }
+}
+
+/// The rate that a summary gives, in Mbps; -1 when it gives none.
+inline double rateIn(const std::string& summary) {
+    const std::string::size_type begin = summary.find('(');
+    double rate = -1;
+    if (begin != std::string::npos) {
+        std::istringstream in(summary.substr(begin + 1));
+        in.imbue(std::locale::classic());
+        in >> rate;
+    }
+    return rate;
+}
 
 inline Headers headersOf(const Corvane::Cvtp::CvtpMessageIn& message) {
     Headers headers;

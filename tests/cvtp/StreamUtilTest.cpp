@@ -91,6 +91,13 @@ TEST(StreamUtil, NeverReturnsALineWithoutItsLineFeed) {
     EXPECT_EQ(failureOfLine(""), CUT_LINE);
 }
 
+TEST(StreamUtil, LeavesALineThatItCouldNotReadEmpty) {
+    std::istringstream in("abc");
+    std::string line = "the line before";
+    EXPECT_THROW(StreamUtil::readLine(in, line), Io::InterruptedException);
+    EXPECT_EQ(line, "");
+}
+
 TEST(StreamUtil, ReadsALineOf2046CharactersAndCarriageReturn) {
     const std::string text(2046, 'x');
     EXPECT_EQ(linesOf(text + "\r\n"), (std::vector<std::string>{text}));
@@ -259,15 +266,28 @@ TEST(StreamUtil, AFailedStreamReadToItsEndIsEmpty) {
     }
 }
 
+TEST(StreamUtil, ATimeoutOnTheWayToTheEndPassesThrough) {
+    FeedBuffer source;
+    source.then("he").thenTimeOut().then("llo");
+    std::istream in(&source);
+    in.exceptions(std::ios_base::badbit);
+    char placeholder = 0;
+    char* data = &placeholder;
+    EXPECT_THROW(StreamUtil::readToEnd(in, data), Io::TimeoutException);
+    EXPECT_EQ(data, nullptr);
+}
+
 TEST(StreamUtil, RequireWritableThrowsForAFailedStream) {
-    std::ostringstream out;
-    StreamUtil::requireWritable(out);
-    out.setstate(std::ios_base::badbit);
-    try {
+    for (const std::ios_base::iostate state : {std::ios_base::badbit, std::ios_base::failbit}) {
+        std::ostringstream out;
         StreamUtil::requireWritable(out);
-        ADD_FAILURE() << "nothing thrown";
-    } catch (Io::CvPipeException& exception) {
-        EXPECT_EQ(exception.getMessage(), "Pipe write failed");
+        out.setstate(state);
+        try {
+            StreamUtil::requireWritable(out);
+            ADD_FAILURE() << "nothing thrown";
+        } catch (Io::CvPipeException& exception) {
+            EXPECT_EQ(exception.getMessage(), "Pipe write failed");
+        }
     }
 }
 

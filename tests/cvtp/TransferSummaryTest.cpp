@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <locale>
 #include <string>
 
@@ -32,19 +33,37 @@ TEST(TransferSummary, TheRateHasItsDeliberateDivisor) {
     EXPECT_EQ(writeSummary(1, 1000), "Wrote 1 bytes to the CvPipe (6.49742e-07 Mbps).");
 }
 
+TEST(TransferSummary, TheRateIsOfSinglePrecision) {
+    // With more digits on the way it would end in a 9.
+    EXPECT_EQ(writeSummary(1053841, 7000), "Wrote 1.00502 Mb to the CvPipe (0.0978178 Mbps).");
+}
+
 TEST(TransferSummary, TheRateIsZeroWhenNoTimeHasPassed) {
     EXPECT_EQ(writeSummary(1000, 0), "Wrote 1000 bytes to the CvPipe (0 Mbps).");
     EXPECT_EQ(writeSummary(1000, -5), "Wrote 1000 bytes to the CvPipe (0 Mbps).");
 }
 
 TEST(TransferSummary, DoesNotFollowTheLocaleOfTheApplication) {
-    struct Comma : std::numpunct<char> {
+    struct CommaAndGroups : std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\1"; }
     };
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
-    const std::string text = readSummary(1536, 0);
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new CommaAndGroups));
+    const std::string broken = readSummary(1536, 0);
+    const std::string grouped = writeSummary(1000, 1);
     std::locale::global(before);
-    EXPECT_EQ(text, "Read 1.5 Kb from the CvPipe (0 Mbps).");
+    EXPECT_EQ(broken, "Read 1.5 Kb from the CvPipe (0 Mbps).");
+    EXPECT_EQ(grouped, "Wrote 1000 bytes to the CvPipe (0.649742 Mbps).");
+}
+
+TEST(TransferSummary, ItsClockCountsMillisecondsSinceTheEpoch) {
+    using namespace std::chrono;
+    const auto before = system_clock::now();
+    const system_clock::time_point time{milliseconds(currentMilliseconds())};
+    const auto after = system_clock::now();
+    EXPECT_LT(before - milliseconds(1), time);
+    EXPECT_LE(time, after);
 }
 
 }  // namespace

@@ -58,6 +58,9 @@ TEST(Version, ScansAsTheCLibraryDoes) {
     EXPECT_EQ(Version("CVTP/+2.-3"), Version(2, -3));
     EXPECT_EQ(Version("CVTP/2 .3"), Version(2, 0));
     EXPECT_EQ(Version("CVTP/.3"), Version(1, 0));
+    EXPECT_EQ(Version("CVTP/2x3"), Version(2, 0));
+    EXPECT_EQ(Version("CVTP/010.08"), Version(10, 8)) << "a leading zero does not make it octal";
+    EXPECT_EQ(Version("CVTP/0x5.7"), Version(0, 0));
 }
 
 TEST(Version, ComparesAsNumbersMajorFirst) {

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <memory>
 #include <optional>
@@ -11,6 +10,7 @@
 
 #include "tests/endtoend/ByteSource.h"
 #include "tests/endtoend/ChildProcess.h"
+#include "tests/support_code/Skips.h"
 #include "tests/support_code/TemporaryPipeDirectory.h"
 
 namespace Corvane {
@@ -30,14 +30,18 @@ std::string notify(const std::string& resource, std::uint64_t size, const std::s
     return "notify " + resource + " " + std::to_string(size) + " " + framing;
 }
 
+std::string pipeName() {
+    return TemporaryPipeDirectory::nameForOthers("service");
+}
+
 class ServerProcess : public ChildProcess {
  public:
-    ServerProcess() : ChildProcess(CVTP_TEST_SERVER, "service") {}
+    ServerProcess() : ChildProcess(CVTP_TEST_SERVER, pipeName()) {}
 };
 
 class ClientProcess : public ChildProcess {
  public:
-    ClientProcess() : ChildProcess(CVTP_TEST_CLIENT, "service") {}
+    ClientProcess() : ChildProcess(CVTP_TEST_CLIENT, pipeName()) {}
 
     std::string ask(const std::string& command) {
         tell(command);
@@ -47,7 +51,13 @@ class ClientProcess : public ChildProcess {
 
 class EndToEndTest : public ::testing::Test {
  protected:
-    void SetUp() override { startServer(); }
+    void SetUp() override {
+        const char* const reason = reasonToSkip();
+        if (reason != nullptr) {
+            GTEST_SKIP() << reason;
+        }
+        startServer();
+    }
 
     void startServer() {
         server.emplace();
@@ -134,7 +144,7 @@ TEST_F(EndToEndTest, AServerThatWasKilledAndRestartedIsFoundAgain) {
     for (const char* const framing : {"length", "chunks"}) {
         EXPECT_EQ(client.ask(post("/digest", 5, "length")), "200 OK: " + digestOf(5));
         server->kill();
-        EXPECT_EQ(server->wait(), -SIGKILL);
+        EXPECT_EQ(server->wait(), ChildProcess::KILLED);
         startServer();
         // The client has a pipe in its pool that leads to the old server.
         const std::string first = client.ask(post("/digest", 5, framing));
@@ -149,7 +159,7 @@ TEST_F(EndToEndTest, AClientThatIsKilledInTheMiddleOfARequestHarmsNobody) {
     ClientProcess client;
     EXPECT_EQ(client.ask("stall /digest"), "stalled");
     client.kill();
-    EXPECT_EQ(client.wait(), -SIGKILL);
+    EXPECT_EQ(client.wait(), ChildProcess::KILLED);
     EXPECT_EQ(other.ask(post("/digest", 6, "length")), "200 OK: " + digestOf(6));
     ClientProcess another;
     EXPECT_EQ(another.ask(post("/digest", 7, "chunks")), "200 OK: " + digestOf(7));

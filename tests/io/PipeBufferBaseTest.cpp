@@ -58,6 +58,22 @@ TEST_F(PipeBufferBaseTest, TakesOneOfTwoModes) {
               MESSAGE);
 }
 
+TEST_F(PipeBufferBaseTest, TakesItsModeAsANumber) {
+    const int input = static_cast<int>(std::ios_base::in);
+    const int output = static_cast<int>(std::ios_base::out);
+    for (int mode = -70; mode <= 70; ++mode) {
+        if (mode != input && mode != output) {
+            EXPECT_THROW(OpenBuffer(&connection.client, mode), CvPipeException) << mode;
+        }
+    }
+    OpenBuffer writing(&connection.client, output);
+    EXPECT_EQ(writing.sputc('a'), 'a');
+    EXPECT_THROW(writing.sgetc(), CvPipeException);
+    OpenBuffer reading(&connection.accepted, input);
+    EXPECT_EQ(reading.sgetc(), 'a');
+    EXPECT_THROW(reading.sputc('a'), CvPipeException);
+}
+
 TEST_F(PipeBufferBaseTest, TakesABufferOnce) {
     EXPECT_EQ(out.pubsetbuf(nullptr, 0), &out);
     EXPECT_EQ(out.pubsetbuf(memory.data(), 16), &out);
@@ -77,8 +93,10 @@ TEST_F(PipeBufferBaseTest, RefusesTheOtherDirection) {
     char c = 'x';
     EXPECT_EQ(messageOf<CvPipeException>([&] { out.underflow(); }), READING);
     EXPECT_EQ(messageOf<CvPipeException>([&] { out.xsgetn(&c, 1); }), READING);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { out.xsgetn(&c, 0); }), READING) << "also of nothing";
     EXPECT_EQ(messageOf<CvPipeException>([&] { in.overflow('x'); }), WRITING);
     EXPECT_EQ(messageOf<CvPipeException>([&] { in.xsputn(&c, 1); }), WRITING);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { in.xsputn(&c, 0); }), WRITING);
     EXPECT_EQ(in.sync(), 0);
 }
 
@@ -165,6 +183,11 @@ TEST_F(PipeBufferBaseTest, EndOfDataIsEndOfFile) {
     EXPECT_EQ(text, "last");
     EXPECT_TRUE(stream->eof());
     EXPECT_FALSE(stream->bad());
+    stream->clear();
+    char c = 0;
+    stream->read(&c, 1);
+    EXPECT_EQ(stream->gcount(), 0) << "and stays so";
+    EXPECT_TRUE(stream->eof());
 }
 
 TEST_F(PipeBufferBaseTest, ATimeoutComesThroughTheStreamAndTheNextReadGoesOn) {
@@ -196,6 +219,57 @@ TEST_F(PipeBufferBaseTest, ACopySharesPipeAndMemory) {
     assigned = in;
     EXPECT_EQ(assigned.sbumpc(), 'b');
     EXPECT_THROW(assigned.sputc('x'), CvPipeException);
+}
+
+/// A copy of `original`: made as one, or assigned to a buffer of another pipe and direction.
+std::unique_ptr<OpenBuffer> copyOf(const OpenBuffer& original, bool assigned, CvPipe& otherPipe, int otherMode) {
+    if (!assigned) {
+        return std::make_unique<OpenBuffer>(original);
+    }
+    auto copy = std::make_unique<OpenBuffer>(&otherPipe, otherMode);
+    *copy = original;
+    return copy;
+}
+
+TEST_F(PipeBufferBaseTest, ACopyGoesOnReadingWhereItsOriginalStood) {
+    connection.client.setReadTimeout(20000);
+    connection.accepted.setReadTimeout(20);
+    for (const bool assigned : {false, true}) {
+        OpenBuffer original(&connection.client, std::ios_base::in);
+        original.pubsetbuf(memory.data(), 4);
+        writeText(connection.accepted, "abcdef");
+        EXPECT_EQ(original.sbumpc(), 'a');
+        const auto copy = copyOf(original, assigned, connection.accepted, std::ios_base::out);
+        EXPECT_THROW(copy->pubsetbuf(memory.data(), 4), CvPipeException);
+        EXPECT_THROW(copy->overflow('x'), CvPipeException);
+        std::string text(5, ' ');
+        EXPECT_EQ(copy->xsgetn(text.data(), 5), 5);
+        EXPECT_EQ(text, "bcdef");
+        EXPECT_EQ(std::string(memory.data(), 4), "efcd") << "read into the memory of the original";
+    }
+}
+
+TEST_F(PipeBufferBaseTest, ACopyGoesOnWritingWhereItsOriginalStood) {
+    for (const bool assigned : {false, true}) {
+        OpenBuffer original(&connection.client, std::ios_base::out);
+        original.pubsetbuf(memory.data(), 4);
+        EXPECT_EQ(original.xsputn("ab", 2), 2);
+        const auto copy = copyOf(original, assigned, connection.accepted, std::ios_base::in);
+        EXPECT_THROW(copy->underflow(), CvPipeException);
+        EXPECT_EQ(copy->xsputn("cdef", 4), 4);
+        EXPECT_EQ(arrived(), "abcd");
+        EXPECT_EQ(copy->xsputn("ghi", 3), 3);
+        EXPECT_EQ(arrived(), "efgh");
+        EXPECT_EQ(copy->sync(), 0);
+        EXPECT_EQ(arrived(), "i");
+    }
+}
+
+TEST_F(PipeBufferBaseTest, AnUnbufferedCopyDoesNotGiveACharacterTwice) {
+    writeText(connection.accepted, "ab");
+    EXPECT_EQ(in.sbumpc(), 'a');
+    OpenBuffer copy(in);
+    EXPECT_EQ(copy.sbumpc(), 'b');
 }
 
 TEST_F(PipeBufferBaseTest, AnUnbufferedCopyOutlivesItsOriginal) {

@@ -17,6 +17,7 @@
 #include "io/Exceptions.h"
 #include "io/ServerCvPipe.h"
 #include "tests/support_code/LogCapture.h"
+#include "tests/support_code/Skips.h"
 
 // What the log has for codes, and where pipes are, differs between the systems.
 #ifdef _WIN32
@@ -64,8 +65,7 @@ class TemporaryFolder {
 class PipeTest : public ::testing::Test {
  protected:
     void SetUp() override {
-        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-        const char* const reason = reasonToSkip(std::string(test->test_suite_name()) + "." + test->name());
+        const char* const reason = reasonToSkip();
         if (reason != nullptr) {
             GTEST_SKIP() << reason;
         }

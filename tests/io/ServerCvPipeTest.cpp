@@ -235,6 +235,35 @@ TEST_F(ServerCvPipeTest, AnAssignedServerNamesTheSameInstanceAndGivesItsOwnBack)
     other.accept(accepted);
 }
 
+TEST_F(ServerCvPipeTest, AnAssignedServerIsAsTheOther) {
+    ServerCvPipe server("pipe", false, true);
+    server.setAcceptTimeout(30);
+    ServerCvPipe other;
+    other = server;
+    EXPECT_TRUE(other.isBound());
+    EXPECT_EQ(other.getAcceptTimeout(), 30);
+    EXPECT_FALSE(other.isClosed());
+    CvPipe client("pipe", true, false);
+    CvPipe accepted;
+    other.accept(accepted);
+    EXPECT_NE(accepted.getOutputStream(), nullptr);
+    EXPECT_THROW(accepted.getInputStream(), IllegalStateException);
+    server.close();
+    other = server;
+    EXPECT_TRUE(other.isClosed());
+    CvPipe pipe;
+    EXPECT_EQ(messageOf<IllegalStateException>([&] { other.accept(pipe); }), "Pipe is closed.");
+}
+
+TEST_F(ServerCvPipeTest, AServerAssignedToItselfStaysAsItIs) {
+    ServerCvPipe server("pipe", true, true);
+    ServerCvPipe& same = server;
+    server = same;
+    CvPipe client("pipe", true, true);
+    CvPipe accepted;
+    server.accept(accepted);
+}
+
 TEST_F(ServerCvPipeTest, ACopyOfAClosedServerIsClosed) {
     ServerCvPipe server("pipe", true, true);
     server.close();

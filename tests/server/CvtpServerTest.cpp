@@ -100,6 +100,7 @@ TEST_F(CvtpServerTest, RefusesAnOptionOfTheOtherKind) {
     server.setOption(CvtpServer::IDLE_TIMEOUT, "7");
     EXPECT_EQ(log.texts(), Lines({NO_INTEGER_SET, NO_STRING_SET}));
     EXPECT_EQ(server.getIntegerOption(CvtpServer::IDLE_TIMEOUT), 13000);
+    EXPECT_EQ(server.getStringOption(CvtpServer::SERVER_NAME), "CvtpServer");
 
     EXPECT_EQ(server.getIntegerOption(CvtpServer::SERVER_NAME), -1);
     EXPECT_EQ(server.getStringOption(CvtpServer::IDLE_TIMEOUT), "");
@@ -115,6 +116,7 @@ TEST_F(CvtpServerTest, RefusesAStringForEachIntegerOption) {
         EXPECT_EQ(server.getIntegerOption(static_cast<Options>(option)), before);
         EXPECT_EQ(server.getStringOption(static_cast<Options>(option)), "");
         EXPECT_EQ(log.texts(), Lines({NO_STRING_SET, NO_STRING_GET})) << option;
+        EXPECT_EQ(server.getStringOption(CvtpServer::SERVER_NAME), "CvtpServer") << option;
     }
 }
 
@@ -151,10 +153,9 @@ TEST_F(CvtpServerTest, ExistsWithoutAPipeWhoseNameIsTaken) {
 }
 
 TEST_F(CvtpServerTest, DoesNotSayThatItUsesAPipeThatItHasNot) {
-    const Io::ServerCvPipe taken("orders", true, true);
     const LogCapture log;
-    const CvtpServer server("orders", 1);
-    EXPECT_FALSE(log.has("DEBUG: CvTpServer is using Pipe orders"));
+    const CvtpServer server("no\\pipe", 1);
+    EXPECT_FALSE(log.has("DEBUG: CvTpServer is using Pipe no\\pipe"));
 }
 
 TEST_F(CvtpServerTest, PipeIsWritableOnlyForAnAccessModeOfExactlyOne) {

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <thread>
 
+#include "tests/server/FaultingServer.h"
 #include "tests/server/OwnProcess.h"
 #include "tests/server/ServerTest.h"
 
@@ -20,9 +21,7 @@ namespace Testing {
 namespace {
 
 using Cvtp::CvtpServer;
-using Cvtp::CvtpServerRequest;
 using Internal::Cvtp::FaultGuard;
-using ::testing::Contains;
 using ::testing::ExitedWithCode;
 using ::testing::KilledBySignal;
 
@@ -86,50 +85,11 @@ int passOn(unsigned int, void*) {
     return 0;
 }
 
-/// What a guarded server leaves behind after a handler has faulted.
-struct Outcome {
-    bool stopped = false;
-    std::string answer;
-    Lines lines;
-};
-
-Outcome faultInAHandler(void (*fault)()) {
-    Outcome outcome;
-    const LogCapture log;
-    {
-        RunningServer service("pipe");
-        service.handler.onNotify = [fault](CvtpServerRequest&) { fault(); };
-        service.start();
-        RawClient client("pipe");
-        // Faults when the server is back in accept.
-        while (log.count("DEBUG: Calling ConnectNamedPipe.") < 2) {
-            std::this_thread::yield();
-        }
-        client.send(RawClient::notifyBytes("hello"));
-        outcome.answer = client.receiveToEnd();
-        service.join();
-        outcome.stopped = !service.server.isRunning();
-    }
-    outcome.lines = serverLines(log);
-    return outcome;
-}
-
 class FaultGuardTest : public ServerTest {
  protected:
     FaultGuardTest() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
     ~FaultGuardTest() override { CvtpServer::setExceptionHandler(nullptr); }
 };
-
-void expectOrderlyStop(const Outcome& outcome) {
-    EXPECT_TRUE(outcome.stopped);
-    EXPECT_EQ(outcome.answer, "");
-    EXPECT_THAT(outcome.lines, Contains("DEBUG: CvtpServer pipe was interrupted. The CvtpServer will shutdown. "
-                                        "accept aborted"));
-    EXPECT_THAT(outcome.lines, Contains("DEBUG: Stopping worker CvtpServer/Worker-1"));
-    // It stays busy for good, so it is waited for and given up.
-    EXPECT_THAT(outcome.lines, Contains("INFO: ************* Worker thread not deleted: Worker-1"));
-    EXPECT_EQ(outcome.lines.back(), "INFO: CvtpServer pipe is stopped.");
-}
 
 TEST_F(FaultGuardTest, ANullPointerStopsTheServerInOrder) {
     EXPECT_EXIT(

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace Corvane {
 namespace Testing {
@@ -12,7 +12,7 @@ namespace Testing {
 /// leaks are not looked for, since what such a test is about leaves some on purpose.
 [[noreturn]] inline void leave() {
     std::fflush(nullptr);
-    _exit(::testing::Test::HasFailure() ? 1 : 0);
+    std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
 }
 
 }  // namespace Testing

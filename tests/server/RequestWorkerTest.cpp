@@ -82,6 +82,7 @@ TEST_F(RequestWorkerTest, SendsNothingBackForANotify) {
 // The four exits.
 
 TEST_F(RequestWorkerTest, ClosesAConnectionThatIsQuietForTheIdleTimeout) {
+    service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::IDLE_TIMEOUT, 50);
     const StopWatch watch;
     EXPECT_THAT(linesFor(""),
@@ -92,6 +93,7 @@ TEST_F(RequestWorkerTest, ClosesAConnectionThatIsQuietForTheIdleTimeout) {
 }
 
 TEST_F(RequestWorkerTest, WaitsForTheNextRequestAsLongAsForTheFirst) {
+    service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::IDLE_TIMEOUT, 50);
     EXPECT_THAT(linesFor(RawClient::postBytes("hello")),
                 ElementsAre(BEGIN_POST, COMPLETE_POST,
@@ -111,7 +113,10 @@ TEST_F(RequestWorkerTest, WaitsForARequestWithoutEndWhenTheIdleTimeoutIsZero) {
     EXPECT_EQ(client.post("hello"), "hello");
 }
 
+// In these one of the two timeouts is without end, so that only the other one can have passed.
+
 TEST_F(RequestWorkerTest, AStallInsideTheHeadersIsAFailedRequest) {
+    service.server.setOption(CvtpServer::IDLE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 50);
     EXPECT_THAT(linesFor("POST /r CVTP/1.0\r\nContent-Le"),
                 ElementsAre("ERROR: CvPipeException - CvtpServer/Worker-1. CvPipe read timeout.", UNPROCESSED_POST,
@@ -119,6 +124,7 @@ TEST_F(RequestWorkerTest, AStallInsideTheHeadersIsAFailedRequest) {
 }
 
 TEST_F(RequestWorkerTest, AStallBehindTheStartLineIsAFailedRequest) {
+    service.server.setOption(CvtpServer::IDLE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 50);
     EXPECT_THAT(
         linesFor("NOTIFY /r CVTP/1.0\r\n"),
@@ -127,6 +133,7 @@ TEST_F(RequestWorkerTest, AStallBehindTheStartLineIsAFailedRequest) {
 }
 
 TEST_F(RequestWorkerTest, AStallInsideTheBodyIsAFailedRequest) {
+    service.server.setOption(CvtpServer::IDLE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 50);
     EXPECT_THAT(linesFor("POST /r CVTP/1.0\r\nContent-Length: 5\r\n\r\nhel"),
                 ElementsAre(BEGIN_POST, "ERROR: CvPipeException - CvtpServer/Worker-1. CvPipe read timeout.",
@@ -134,6 +141,7 @@ TEST_F(RequestWorkerTest, AStallInsideTheBodyIsAFailedRequest) {
 }
 
 TEST_F(RequestWorkerTest, AStallInsideTheStartLineIsAQuietClient) {
+    service.server.setOption(CvtpServer::RECEIVE_TIMEOUT, 0);
     service.server.setOption(CvtpServer::IDLE_TIMEOUT, 50);
     EXPECT_THAT(linesFor("POST /r"),
                 ElementsAre("DEBUG: TimeoutException - CvtpServer/Worker-1 timed out waiting for a request.  "
@@ -327,9 +335,11 @@ class WorkerObjectTest : public ServerTest {
     /// A worker with a connection whose client has gone already.
     RequestWorker worker(const std::string& name) {
         Io::ServerCvPipe listener("direct", true, true);
-        { const RawClient client("direct"); }
         auto pipe = std::make_unique<Io::CvPipe>();
-        listener.accept(*pipe);
+        {
+            const RawClient client("direct");
+            listener.accept(*pipe);
+        }
         return RequestWorker(std::move(pipe), &server, name);
     }
 

@@ -19,7 +19,6 @@ using Cvtp::CvtpResponse;
 using Cvtp::CvtpServer;
 using Cvtp::CvtpServerRequest;
 using Cvtp::CvtpServerResponse;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
@@ -199,8 +198,10 @@ TEST_F(ServerBodiesTest, AClientThatIsGoneBeforeTheResponseIsAFailedRequest) {
         client.send(RawClient::postBytes(""));
     }
     gone.open();
-    EXPECT_TRUE(log.waitFor("ERROR: Could not process the POST request. The pipe will be closed."));
-    EXPECT_TRUE(log.has("ERROR: CvPipeException - CvtpServer/Worker-1. Pipe was closed at other end."));
+    EXPECT_THAT(workerLines(log),
+                ElementsAre("DEBUG: Begin processing of POST request (CvtpServer/Worker-1).",
+                            "ERROR: CvPipeException - CvtpServer/Worker-1. Pipe was closed at other end.",
+                            "ERROR: Could not process the POST request. The pipe will be closed.", closingLine()));
 }
 
 // Bodies that handlers do not read.
@@ -302,8 +303,11 @@ TEST_F(ServerBodiesTest, AnUnreadBodyThatDoesNotEndClosesTheConnection) {
     client.send("POST /r CVTP/1.0\r\nContent-Length: 5\r\n\r\nhel");
     EXPECT_EQ(client.receiveBody(), "unread");
     EXPECT_EQ(client.receiveToEnd(), "");
-    EXPECT_THAT(workerLines(log), Contains("DEBUG: The body of a request did not end (CvtpServer/Worker-1). "
-                                           "The pipe will be closed."));
+    EXPECT_THAT(workerLines(log), ElementsAre("DEBUG: Begin processing of POST request (CvtpServer/Worker-1).",
+                                              "DEBUG: Complete processing of POST request (CvtpServer/Worker-1).",
+                                              "DEBUG: The body of a request did not end (CvtpServer/Worker-1). "
+                                              "The pipe will be closed.",
+                                              closingLine()));
 }
 
 TEST_F(ServerBodiesTest, AMalformedUnreadBodyClosesTheConnection) {
@@ -315,8 +319,12 @@ TEST_F(ServerBodiesTest, AMalformedUnreadBodyClosesTheConnection) {
     client.send("POST /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello!!" + SMUGGLED);
     EXPECT_EQ(client.receiveBody(), "unread");
     EXPECT_EQ(client.receiveToEnd(), "");
-    service.stop();
-    EXPECT_TRUE(log.has("ERROR: Bad end of chunk"));
+    EXPECT_THAT(workerLines(log), ElementsAre("DEBUG: Begin processing of POST request (CvtpServer/Worker-1).",
+                                              "DEBUG: Complete processing of POST request (CvtpServer/Worker-1).",
+                                              "ERROR: Bad end of chunk",
+                                              "DEBUG: The body of a request did not end (CvtpServer/Worker-1). "
+                                              "The pipe will be closed.",
+                                              closingLine()));
 }
 
 TEST_F(ServerBodiesTest, AHandlerThatSwallowsTheFailureOfABodyClosesTheConnection) {

@@ -1,5 +1,6 @@
 // Request and response as a handler sees them, without a pipe.
 
+#include <algorithm>
 #include <sstream>
 
 #include "cvtp/CvtpServerRequest.h"
@@ -134,6 +135,28 @@ TEST_F(ServerRequestTest, GivesTheBodyThroughAPointerToo) {
     EXPECT_EQ(data[length], '\0');
 }
 
+/// Notes the largest piece that is asked of it.
+class NotingBuffer : public std::stringbuf {
+ public:
+    using std::stringbuf::stringbuf;
+    std::streamsize largest = 0;
+
+ protected:
+    std::streamsize xsgetn(char* data, std::streamsize size) override {
+        largest = std::max(largest, size);
+        return std::stringbuf::xsgetn(data, size);
+    }
+};
+
+TEST_F(ServerRequestTest, ReadsTheBodyInPiecesOfTheBufferSize) {
+    server.setOption(CvtpServer::BUFFER_SIZE, 16);
+    NotingBuffer buffer("POST /a CVTP/1.0\r\nContent-Length: 100\r\n\r\n" + std::string(100, 'x'));
+    std::istream in(&buffer);
+    CvtpServerRequest request(&server, &in, &scratch);
+    EXPECT_EQ(request.getBodyStream()->get(), 'x');
+    EXPECT_EQ(buffer.largest, 16);
+}
+
 TEST_F(ServerRequestTest, GivesTheSameBodyStreamEachTime) {
     std::istringstream in("POST /a CVTP/1.0\r\nContent-Length: 5\r\n\r\nhello and more");
     CvtpServerRequest request(&server, &in, &scratch);
@@ -211,6 +234,7 @@ TEST_F(ServerResponseTest, AResourceIdTooLongKeepsItsTrailingBlankOnTheWire) {
 
 TEST_F(ServerResponseTest, AReasonCannotBringAHeader) {
     response.setStatusCode(200, "OK\r\nX-Evil: 1");
+    EXPECT_EQ(response.getStartLine(), "CVTP/1.0 200 OK  X-Evil: 1");
     response.setBody("", 0);
     response.send();
     EXPECT_EQ(out.str(), "CVTP/1.0 200 OK  X-Evil: 1\r\nContent-Length: 0\r\nServer: CvtpServer\r\n\r\n");

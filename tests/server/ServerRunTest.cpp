@@ -121,15 +121,14 @@ TEST_F(ServerRunTest, WithoutAHandlerItLogsAndReturns) {
 }
 
 TEST_F(ServerRunTest, WithoutAPipeItLogsAndReturns) {
-    const Io::ServerCvPipe taken("pipe", true, true);
     FunctionHandler handler;
-    CvtpServer server("pipe", 1);
+    CvtpServer server("no\\pipe", 1);
     server.setHandler(&handler);
     const LogCapture log(3);
     server.run();
     EXPECT_FALSE(server.isRunning());
     EXPECT_EQ(server.idleRequestProcessors(), 0);
-    EXPECT_THAT(serverLines(log), ElementsAre("ERROR: The CvtpServer cannot run without its named pipe pipe."));
+    EXPECT_THAT(serverLines(log), ElementsAre("ERROR: The CvtpServer cannot run without its named pipe no\\pipe."));
 }
 
 TEST_F(ServerRunTest, DoesNotRunAgainAfterAShutdown) {
@@ -218,6 +217,11 @@ TEST_F(ServerRunTest, CountsWhatItDid) {
         }
         FunctionHandler::echo(request, response);
     };
+    service.handler.onNotify = [](Cvtp::CvtpServerRequest& request) {
+        if (request.getResource() == "/fail") {
+            throw std::runtime_error("counted, too");
+        }
+    };
     service.start();
     RawClient first("pipe");
     first.post("1");
@@ -228,8 +232,11 @@ TEST_F(ServerRunTest, CountsWhatItDid) {
     RawClient second("pipe");
     second.send(RawClient::postBytes("5", "/fail"));
     EXPECT_EQ(second.receiveToEnd(), "");
+    EXPECT_TRUE(log.waitFor("DEBUG: Activated worker thread pipe/Worker-2 (2)."));
+    first.send(RawClient::notifyBytes("6", "/fail"));
+    EXPECT_EQ(first.receiveToEnd(), "");
     service.stop();
-    EXPECT_TRUE(log.has(summaryLine("pipe", 4, 1, 2, 0, 0, 2)));
+    EXPECT_TRUE(log.has(summaryLine("pipe", 4, 2, 2, 0, 0, 2)));
 }
 
 TEST_F(ServerRunTest, WithoutADoReadyOfItsOwnAHandlerIsReady) {
@@ -241,6 +248,7 @@ TEST_F(ServerRunTest, WithoutADoReadyOfItsOwnAHandlerIsReady) {
         std::promise<void> notified;
     };
     Silent handler;
+    ASSERT_TRUE(handler.doReady());
     Cvtp::CvtpServer server("pipe", 1);
     server.setHandler(&handler);
     std::thread thread([&server] { server.run(); });
@@ -267,6 +275,13 @@ TEST_F(ServerRunTest, TheNumbersOfItsSummaryDoNotFollowTheLocaleOfTheApplication
     }
     std::locale::global(before);
     EXPECT_THAT(log.log(), ::testing::HasSubstr("    Total POST requests:       12\n"));
+}
+
+TEST_F(ServerRunTest, TheThreadsAreCountedAgainAfterTheStop) {
+    RunningServer service("pipe");
+    service.start();
+    service.stop();
+    EXPECT_EQ(service.server.idleRequestProcessors(), 5);
 }
 
 TEST_F(ServerRunTest, ServesManyClientsAtOnce) {

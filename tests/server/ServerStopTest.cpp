@@ -208,6 +208,45 @@ TEST_F(ServerStopTest, LetsAHandlerFinishThatIsNotOnThePipe) {
     EXPECT_THAT(log.texts(), Not(Contains(StartsWith("INFO: *"))));
 }
 
+TEST_F(ServerStopTest, InterruptsAHandlerWhoseAnswerTheClientDoesNotRead) {
+    const LogCapture log;
+    RunningServer service("pipe");
+    // More than a pipe holds.
+    const std::string large(16 * 1024 * 1024, 'x');
+    service.handler.onPost = [&large](CvtpServerRequest&, CvtpServerResponse& response) {
+        FunctionHandler::reply(response, large);
+    };
+    service.start();
+    RawClient client("pipe");
+    client.send(RawClient::postBytes("hello"));
+    // The answer has begun, and cannot end.
+    EXPECT_EQ(client.receive(8), "CVTP/1.0");
+    const StopWatch watch;
+    service.stop();
+    // A write gives up by itself after 10 seconds.
+    EXPECT_LT(watch.elapsed(), 8000);
+    EXPECT_THAT(
+        workerLines(log),
+        ElementsAre("DEBUG: Begin processing of POST request (CvtpServer/Worker-1).",
+                    "ERROR: InterruptedException - CvtpServer/Worker-1. Pipe write aborted.", closingLine()));
+    EXPECT_TRUE(log.has("DEBUG: Deleting worker CvtpServer/Worker-1"));
+}
+
+TEST_F(ServerStopTest, WaitsNoStepWhereNoWorkerIsBusy) {
+    // A step takes 100 ms. Not each of many on a busy machine, but one of them shows that there is none.
+    long long shortest = 1000;
+    for (int round = 0; round < 50 && shortest >= 100; ++round) {
+        RunningServer service("pipe");
+        service.start();
+        RawClient client("pipe");
+        client.post("hello");
+        const StopWatch watch;
+        service.stop();
+        shortest = std::min(shortest, watch.elapsed());
+    }
+    EXPECT_LT(shortest, 100);
+}
+
 TEST_F(ServerStopTest, ClosesEachConnectionOnce) {
     const LogCapture log;
     {

@@ -1,5 +1,7 @@
 // How many threads there are, and what happens when none is free.
 
+#include <Poco/Thread.h>
+
 #include <memory>
 #include <thread>
 
@@ -17,6 +19,7 @@ using Cvtp::CvtpServerResponse;
 using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
@@ -100,6 +103,33 @@ TEST_F(ThreadWaitTest, AnUnboundedPoolBeginsWithFiveAndGrowsByTwo) {
     EXPECT_TRUE(log.has(summaryLine("pipe", 0, 0, 8, 0, 0, 8)));
 }
 
+TEST_F(ThreadWaitTest, ThePeakIsTheMostThatThereWereAtOnce) {
+    start(5);
+    connect(3);
+    clients.clear();
+    // Each is finished when its thread is free again.
+    while (service.server.idleRequestProcessors() < 5) {
+        std::this_thread::yield();
+    }
+    const RawClient fourth("pipe");
+    EXPECT_TRUE(log.waitFor("DEBUG: Activated worker thread pipe/Worker-4 (1)."));
+    service.stop();
+    EXPECT_TRUE(log.has(summaryLine("pipe", 0, 0, 4, 3, 0, 3)));
+}
+
+TEST_F(ThreadWaitTest, AThreadIsNamedAfterThePipeAndTheWorkerThatItRuns) {
+    std::string name;
+    service.handler.onPost = [&name](CvtpServerRequest& request, CvtpServerResponse& response) {
+        name = Poco::Thread::current()->getName();
+        FunctionHandler::echo(request, response);
+    };
+    service.start();
+    EXPECT_EQ(RawClient("pipe").post("hello"), "hello");
+    service.stop();
+    // The pool adds the number of the thread.
+    EXPECT_THAT(name, StartsWith("pipe/Worker-1 ("));
+}
+
 // The wait.
 
 TEST_F(ThreadWaitTest, AsksTheOthersToGiveUpAndLogsEachPass) {
@@ -113,8 +143,9 @@ TEST_F(ThreadWaitTest, AsksTheOthersToGiveUpAndLogsEachPass) {
     while (log.count(STILL_WAITING) < 3) {
         std::this_thread::yield();
     }
-    // Two whole passes lie behind, of a tenth of the idle timeout each.
-    EXPECT_GE(watch.elapsed(), 600);
+    // Whole passes lie behind, of a tenth of the idle timeout each.
+    const int passes = log.count(STILL_WAITING);
+    EXPECT_GE(watch.elapsed(), (passes - 1) * 300);
     EXPECT_EQ(clients[1]->post("last"), "last");
     EXPECT_EQ(clients[1]->receiveToEnd(), "");
     EXPECT_EQ(fourth.receiveBody(), "fourth");
@@ -122,7 +153,7 @@ TEST_F(ThreadWaitTest, AsksTheOthersToGiveUpAndLogsEachPass) {
     EXPECT_TRUE(log.waitFor("DEBUG: Activated worker thread pipe/Worker-4 (3)."));
 
     Lines lines = linesOfThread(log, "DEBUG: CvTpServer is running on Pipe pipe");
-    EXPECT_GE(std::count(lines.begin(), lines.end(), STILL_WAITING), 3);
+    EXPECT_GE(std::count(lines.begin(), lines.end(), STILL_WAITING), passes);
     lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
     lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), WAITING) - 1);
     EXPECT_THAT(lines, ElementsAre(ACCEPTED, WAITING, STILL_WAITING, "DEBUG: Deleting idle worker pipe/Worker-2",
@@ -273,6 +304,35 @@ TEST_F(ThreadWaitTest, EndsWithTheServer) {
                     summaryLine("pipe", 0, 0, 4, 0, 0, 3), "INFO: CvtpServer pipe is stopped."));
 }
 
+TEST_F(ThreadWaitTest, AWaitInStepsOfNoTimeIsCountedAndNotToldOf) {
+    start(3);
+    Gate working;
+    service.handler.onNotify = [&](CvtpServerRequest&) { working.wait(); };
+    connect(3);
+    for (const auto& client : clients) {
+        client->send(RawClient::notifyBytes(""));
+    }
+    for (const char* number : {"1", "2", "3"}) {
+        EXPECT_TRUE(log.waitFor(std::string("DEBUG: Begin processing of NOTIFY request (CvtpServer/Worker-") +
+                                number + ")."));
+    }
+    // A tenth of it is 0, and so is the sum of all the passes, however long they are.
+    service.server.setOption(CvtpServer::IDLE_TIMEOUT, 9);
+    RawClient fourth("pipe");
+    fourth.send(RawClient::postBytes("fourth"));
+    EXPECT_TRUE(log.waitFor(WAITING));
+    while (log.count(STILL_WAITING) < 5) {
+        std::this_thread::yield();
+    }
+    working.open();
+    EXPECT_EQ(fourth.receiveBody(), "fourth");
+    // Before the gate goes, no handler may come to it any more.
+    service.stop();
+    EXPECT_FALSE(log.has(DONE_WAITING));
+    EXPECT_FALSE(log.has(INCREASE));
+    EXPECT_THAT(log.log(), HasSubstr("    Total waits for thread:    1\n"));
+}
+
 class ShortStepTest : public ThreadWaitTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(ShortStepTest, DoesNotSpin) {
@@ -293,6 +353,11 @@ TEST_P(ShortStepTest, DoesNotSpin) {
     EXPECT_TRUE(log.waitFor(WAITING));
     const int before = log.count(STILL_WAITING);
     const StopWatch watch;
+    // The passes go on without long pauses: it is a step of the smallest time that there is.
+    while (log.count(STILL_WAITING) < before + 20 && watch.elapsed() < 15000) {
+        std::this_thread::yield();
+    }
+    EXPECT_LT(watch.elapsed(), 15000);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     const int passes = log.count(STILL_WAITING) - before;
     EXPECT_LE(passes, watch.elapsed() + 1);

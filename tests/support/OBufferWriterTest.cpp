@@ -16,9 +16,13 @@ namespace {
 /// Notes each block that it is given, from where, and each flush.
 class NotingBuffer : public std::streambuf {
  public:
+    /// What it throws while `isBroken` is set.
+    struct Broken {};
+
     std::vector<const char*> addresses;
     std::string bytes;
     int flushes = 0;
+    bool isBroken = false;
 
  protected:
     int_type overflow(int_type c) override {
@@ -26,6 +30,9 @@ class NotingBuffer : public std::streambuf {
         return c;
     }
     std::streamsize xsputn(const char* s, std::streamsize n) override {
+        if (isBroken) {
+            throw Broken();
+        }
         addresses.push_back(s);
         bytes.append(s, static_cast<std::size_t>(n));
         return n;
@@ -82,6 +89,23 @@ TEST_F(OBufferWriterTest, ABlockThatFillsChunksIsCutIntoThemWithoutACopy) {
     EXPECT_EQ(buffer.addresses[4], data.data() + 4);
     writer.flush();
     EXPECT_EQ(taken(), "2\r\n89\r\n");
+    buffer.addresses.clear();
+    writer.write(data.data(), 4);
+    ASSERT_EQ(buffer.addresses.size(), 3U);
+    EXPECT_EQ(buffer.addresses[1], data.data()) << "nor one that fills a chunk exactly";
+}
+
+TEST_F(OBufferWriterTest, TheChunkWhoseWriteThrowsIsDropped) {
+    stream.exceptions(std::ios_base::badbit);
+    OBufferWriter writer(stream, 100, true);
+    writer.write("ab", 2);
+    buffer.isBroken = true;
+    EXPECT_THROW(writer.flush(), NotingBuffer::Broken);
+    buffer.isBroken = false;
+    stream.clear();
+    writer.write("cd", 2);
+    writer.flush();
+    EXPECT_EQ(taken(), "2\r\ncd\r\n");
 }
 
 TEST_F(OBufferWriterTest, ABlockBehindHeldBytesFillsTheirChunkFirst) {
@@ -189,6 +213,28 @@ TEST(OStreamBuffer, PassesBlocksCharactersAndFlushesOn) {
     stream.flush();
     EXPECT_TRUE(stream.good());
     EXPECT_EQ(writer.calls, (std::vector<std::string>{"abc", "\xFF", "<flush>"}));
+}
+
+TEST(OStreamBuffer, BlocksWithoutBytesDoNotReachTheWriter) {
+    NotingWriter writer;
+    OStreamBuffer<char> buffer(writer);
+    EXPECT_EQ(buffer.sputn("abc", 0), 0);
+    EXPECT_EQ(buffer.sputn("abc", 3), 3);
+    EXPECT_EQ(writer.calls, (std::vector<std::string>{"abc"}));
+}
+
+TEST(OStreamBuffer, OverflowWithEndOfFileWritesNothingAndSucceeds) {
+    struct OpenBuffer : OStreamBuffer<char> {
+        using OStreamBuffer<char>::OStreamBuffer;
+        using OStreamBuffer<char>::overflow;
+    };
+    const int end = std::char_traits<char>::eof();
+    NotingWriter writer;
+    OpenBuffer buffer(writer);
+    EXPECT_NE(buffer.overflow(end), end);
+    EXPECT_TRUE(writer.calls.empty());
+    EXPECT_EQ(buffer.overflow('a'), 'a');
+    EXPECT_EQ(writer.calls, (std::vector<std::string>{"a"}));
 }
 
 TEST(OStreamBuffer, DestroyedDoesNotCloseTheWriter) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -48,6 +49,22 @@ TEST(Utf8String, DecodeLeavesWhatIsNoEscapeAlone) {
     EXPECT_EQ(decoded("%"), "%");
     EXPECT_EQ(decoded("%4"), "%4");
     EXPECT_EQ(decoded("a%4gb%%+"), "a%4gb%%+");
+}
+
+TEST(Utf8String, EachHexadecimalDigitAndNoOtherByteMakesAnEscape) {
+    const std::string lower = "0123456789abcdef";
+    const std::string upper = "0123456789ABCDEF";
+    for (int c = 0; c < 256; ++c) {
+        const char digit = static_cast<char>(c);
+        const std::string::size_type value = std::min(lower.find(digit), upper.find(digit));
+        const std::string first = std::string("%") + digit + "1";
+        const std::string second = std::string("%4") + digit;
+        const bool isDigit = value != std::string::npos;
+        EXPECT_EQ(decoded(first), isDigit ? std::string(1, static_cast<char>(value * 16 + 1)) : first);
+        EXPECT_EQ(decoded(second), isDigit ? std::string(1, static_cast<char>(4 * 16 + value)) : second);
+        EXPECT_EQ(encoded(first) == "%25" + first.substr(1), isDigit);
+        EXPECT_EQ(encoded(second) == "%25" + second.substr(1), isDigit);
+    }
 }
 
 TEST(Utf8String, DecodeDoesNotDecodeItsOwnResult) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <Poco/Exception.h>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <exception>
 #include <functional>
@@ -13,6 +16,7 @@
 #include "cvtp/CvtpServer.h"
 #include "cvtp/CvtpServerRequest.h"
 #include "cvtp/CvtpServerResponse.h"
+#include "io/Exceptions.h"
 
 namespace Corvane {
 namespace Testing {
@@ -92,10 +96,23 @@ class RunningServer {
         }
     }
 
+    /// Ends the server. What came out of run() makes the test fail.
     void stop() {
-        if (thread.joinable()) {
-            server.shutdown();
-            thread.join();
+        if (!thread.joinable()) {
+            return;
+        }
+        server.shutdown();
+        thread.join();
+        try {
+            ended.get();
+        } catch (const Poco::Exception& e) {
+            ADD_FAILURE() << "run() ended with: " << e.displayText();
+        } catch (const std::exception& e) {
+            ADD_FAILURE() << "run() ended with: " << e.what();
+        } catch (const Io::IllegalStateException& e) {
+            ADD_FAILURE() << "run() ended with: " << e.getMessage();
+        } catch (...) {
+            ADD_FAILURE() << "run() ended with an exception of an unknown class";
         }
     }
 

@@ -182,7 +182,9 @@ class ScriptedServer {
         accepting.join();
         for (Connection& connection : connections) {
             connection.pipe.close();
-            connection.thread.join();
+            if (connection.thread.joinable()) {
+                connection.thread.join();
+            }
         }
     }
     ScriptedServer(const ScriptedServer&) = delete;
@@ -231,7 +233,9 @@ class ScriptedServer {
         try {
             for (std::size_t i = 0; then == Then::REPEAT || i < scripts.size(); ++i) {
                 Connection& connection = addConnection();
-                listener.accept(connection.pipe);
+                if (!acceptInto(connection)) {
+                    continue;
+                }
                 const std::size_t number = std::min(i, scripts.size() - 1);
                 connection.thread = std::thread([this, number, &connection] { run(scripts[number], connection); });
             }
@@ -242,6 +246,20 @@ class ScriptedServer {
             // Closed between two calls of accept.
             dropLastConnection();
         }
+    }
+
+    /// @return false when the client has gone already, which some systems tell at once and others in the reading.
+    bool acceptInto(Connection& connection) {
+        try {
+            listener.accept(connection.pipe);
+            return true;
+        } catch (Io::CvPipeException& e) {
+            if (e.getMessage() != "acceptPipe failed") {
+                throw;
+            }
+        }
+        markEnd(connection);
+        return false;
     }
 
     Connection& addConnection() {
@@ -270,6 +288,10 @@ class ScriptedServer {
             ADD_FAILURE() << "a script ended with: " << e.getMessage();
         }
         connection.pipe.close();
+        markEnd(connection);
+    }
+
+    void markEnd(Connection& connection) {
         const std::lock_guard<std::mutex> lock(mutex);
         connection.hasEnded = true;
         changed.notify_all();

@@ -41,6 +41,9 @@ class TemporaryPipeDirectory {
 
     std::string path() const { return directory.string(); }
 
+    /// The name by which other processes know a pipe of this one, and the other way round.
+    static std::string nameForOthers(const std::string& name) { return PipeNames::forOthers(name); }
+
  private:
     static constexpr const char* VARIABLE = "CVTP_PIPE_DIR";
 

@@ -1,9 +1,7 @@
 // What the program does when a server's answer is cut short; the servers here write their bytes by hand.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -11,12 +9,15 @@
 
 #include "io/CvPipe.h"
 #include "io/ServerCvPipe.h"
+#include "tests/support_code/StartedProcess.h"
 #include "tests/support_code/TemporaryPipeDirectory.h"
 
 namespace {
 
 using Corvane::Io::CvPipe;
 using Corvane::Io::ServerCvPipe;
+using Corvane::Testing::StartedProcess;
+using Corvane::Testing::TemporaryPipeDirectory;
 
 class AnswerBreaksOff : public testing::Test {
  protected:
@@ -25,20 +26,33 @@ class AnswerBreaksOff : public testing::Test {
     /// @return what the program ended with.
     int postTo(const std::string& answer) {
         ServerCvPipe server("cut", true, true);
+        const auto program = StartedProcess::start({CVTP_TOOL, "post", pipeName(), "/a"}, errorFile());
         std::thread serving([&] { serve(server, answer); });
-        const std::string command = std::string(CVTP_TOOL) + " post cut /a >" + path("out") + " 2>" + path("err");
-        const int status = std::system(command.c_str());
+        program->endInput();
+        output.clear();
+        while (program->readMore(output)) {
+        }
+        const int status = program->wait();
         serving.join();
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return status;
     }
 
-    std::string contentOf(const std::string& name) const {
-        std::ifstream file(path(name), std::ios::binary);
+    /// What it wrote to its standard error.
+    std::string errors() const {
+        std::ifstream file(errorFile(), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
 
+    /// How its messages begin.
+    static std::string prefix() { return "cvtp: pipe '" + pipeName() + "': "; }
+
+    /// What it wrote to its standard output.
+    std::string output;
+
  private:
-    std::string path(const std::string& name) const { return directory.path() + "/" + name; }
+    static std::string pipeName() { return TemporaryPipeDirectory::nameForOthers("cut"); }
+
+    std::string errorFile() const { return directory.path() + "/err"; }
 
     static void serve(ServerCvPipe& server, const std::string& answer) {
         CvPipe pipe;
@@ -52,31 +66,31 @@ class AnswerBreaksOff : public testing::Test {
         pipe.close();
     }
 
-    Corvane::Testing::TemporaryPipeDirectory directory;
+    TemporaryPipeDirectory directory;
 };
 
 }  // namespace
 
 TEST_F(AnswerBreaksOff, AWholeAnswerEndsWith0) {
     EXPECT_EQ(0, postTo("CVTP/1.0 200 OK\r\nContent-Length: 3\r\n\r\nabc"));
-    EXPECT_EQ("abc", contentOf("out"));
-    EXPECT_EQ("", contentOf("err"));
+    EXPECT_EQ("abc", output);
+    EXPECT_EQ("", errors());
 }
 
 TEST_F(AnswerBreaksOff, ABodyByLengthThatIsCutEndsWith3) {
     EXPECT_EQ(3, postTo("CVTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nabc"));
-    EXPECT_EQ("abc", contentOf("out"));
-    EXPECT_EQ("cvtp: pipe 'cut': The answer broke off after 3 bytes of its body.\n", contentOf("err"));
+    EXPECT_EQ("abc", output);
+    EXPECT_EQ(prefix() + "The answer broke off after 3 bytes of its body.\n", errors());
 }
 
 TEST_F(AnswerBreaksOff, AChunkedBodyWithoutItsLastChunkEndsWith3) {
     EXPECT_EQ(3, postTo("CVTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n"));
-    EXPECT_EQ("abc", contentOf("out"));
-    EXPECT_EQ("cvtp: pipe 'cut': The answer broke off after 3 bytes of its body.\n", contentOf("err"));
+    EXPECT_EQ("abc", output);
+    EXPECT_EQ(prefix() + "The answer broke off after 3 bytes of its body.\n", errors());
 }
 
 TEST_F(AnswerBreaksOff, NoAnswerAtAllEndsWith3) {
     EXPECT_EQ(3, postTo(""));
-    EXPECT_EQ("", contentOf("out"));
-    EXPECT_EQ(0u, contentOf("err").find("cvtp: pipe 'cut': "));
+    EXPECT_EQ("", output);
+    EXPECT_EQ(0u, errors().find(prefix()));
 }

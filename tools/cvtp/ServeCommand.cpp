@@ -100,12 +100,18 @@ int serve(const ServeOptions& options) {
     StopSignal stopSignal;
     std::set<std::string> missing(options.notFound.begin(), options.notFound.end());
     missing.insert("/missing");
+    bool wasReady = false;
     EchoHandler handler(std::move(missing), [&] {
+        wasReady = true;
         std::cout << "Serving on pipe " << options.pipe << std::endl;
         stopSignal.whenAsked([&server] { server.shutdown(); });
     });
     server.setHandler(&handler);
     server.run();
+    if (!wasReady) {
+        // The server tells its log why, and nobody else.
+        throw Io::CvPipeException("The server ended before it was ready; with the option --log it tells why.");
+    }
     std::cout << handler.summary() << std::endl;
     return EXIT_OK;
 }

@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "io/platform/posix/SystemCalls.h"
+
 namespace Corvane {
 namespace Io {
 namespace Platform {
@@ -12,7 +14,7 @@ class Deadline {
     /// @param timeoutMs milliseconds from now; 0 and below mean never.
     explicit Deadline(int timeoutMs)
         : unlimited(timeoutMs <= 0),
-          end(unlimited ? Clock::time_point() : Clock::now() + std::chrono::milliseconds(timeoutMs)) {}
+          end(unlimited ? Clock::time_point() : calls().now() + std::chrono::milliseconds(timeoutMs)) {}
 
     bool isUnlimited() const { return unlimited; }
 
@@ -20,7 +22,7 @@ class Deadline {
     /// moment has passed. Of no use without a limit.
     int remaining() const {
         using std::chrono::milliseconds;
-        const Clock::duration left = end - Clock::now();
+        const Clock::duration left = end - calls().now();
         if (left <= Clock::duration::zero()) {
             return 0;
         }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <unistd.h>
-
 #include <utility>
+
+#include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
 namespace Io {
@@ -24,7 +24,7 @@ class FileDescriptor {
     ~FileDescriptor() {
         // Not repeated after EINTR: the number is free by then, and may be another's already.
         if (isOpen()) {
-            ::close(number);
+            calls().close(number);
         }
     }
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
 namespace Io {
@@ -34,17 +35,27 @@ bool isOwn(const struct stat& status, mode_t type) {
     return (status.st_mode & S_IFMT) == type && status.st_uid == ::geteuid();
 }
 
+/// Repeats a call that a signal has ended; on a file system of another machine that can be any call.
+template <class Call>
+int uninterrupted(Call call) {
+    int result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
 /// Opens it without following a link and without waiting, whatever it is.
 FileDescriptor openLockFile(const std::string& file) {
     const int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    return FileDescriptor(::open(file.c_str(), flags, S_IRUSR | S_IWUSR));
+    return FileDescriptor(uninterrupted([&] { return calls().open(file.c_str(), flags, S_IRUSR | S_IWUSR); }));
 }
 
 /// A lock file that cannot be opened is a link, a folder or that of another user's server, or there is no access to
 /// the pipe folder at all.
 int explainRefusal(const std::string& file, int code) {
     struct stat status {};
-    const bool isThere = ::lstat(file.c_str(), &status) == 0;
+    const bool isThere = calls().lstat(file.c_str(), &status) == 0;
     return isThere && !isOwn(status, S_IFREG) ? inTheWay(file, "a lock file", code) : code;
 }
 
@@ -62,7 +73,7 @@ bool NameClaim::isOwner() const {
 
 bool NameClaim::identify(const std::string& file, FileIdentity& identity) {
     struct stat status {};
-    if (::lstat(file.c_str(), &status) != 0) {
+    if (calls().lstat(file.c_str(), &status) != 0) {
         return false;
     }
     identity = {status.st_dev, status.st_ino};
@@ -73,7 +84,7 @@ void NameClaim::removeIfSame(const std::string& file, const FileIdentity& identi
     FileIdentity present;
     if (identity.inode != 0 && identify(file, present) && present.device == identity.device &&
         present.inode == identity.inode) {
-        ::unlink(file.c_str());
+        calls().unlink(file.c_str());
     }
 }
 
@@ -84,13 +95,13 @@ int NameClaim::lock() {
         if (!descriptor.isOpen()) {
             return explainRefusal(address.lockFile, errno);
         }
-        if (::fstat(descriptor.get(), &status) != 0) {
+        if (calls().fstat(descriptor.get(), &status) != 0) {
             return errno;
         }
         if (!isOwn(status, S_IFREG)) {
             return inTheWay(address.lockFile, "a lock file", EPERM);
         }
-        if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (uninterrupted([&] { return calls().flock(descriptor.get(), LOCK_EX | LOCK_NB); }) != 0) {
             return errno == EWOULDBLOCK ? EADDRINUSE : errno;
         }
         // A server that closes removes the file it has locked: a lock of a file without a name counts for nothing.
@@ -107,13 +118,13 @@ int NameClaim::lock() {
 
 int NameClaim::clearLeftover(const std::string& file, mode_t type) {
     struct stat status {};
-    if (::lstat(file.c_str(), &status) != 0) {
+    if (calls().lstat(file.c_str(), &status) != 0) {
         return errno == ENOENT ? 0 : errno;
     }
     if (!isOwn(status, type)) {
         return inTheWay(file, type == S_IFSOCK ? "a socket" : "a direction link", EADDRINUSE);
     }
-    return ::unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+    return calls().unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 int NameClaim::take() {
@@ -121,26 +132,42 @@ int NameClaim::take() {
     return code != 0 ? code : clearLeftover(address.socketFile, S_IFSOCK);
 }
 
-int NameClaim::announceDirection(bool readable, bool writable) {
+int NameClaim::clearOwnDirection() {
     struct stat status {};
-    const bool isFree = ::lstat(address.directionFile.c_str(), &status) != 0;
+    if (calls().lstat(address.directionFile.c_str(), &status) != 0) {
+        return errno == ENOENT ? 0 : errno;
+    }
+    // A stranger's link says nothing to clients, so it may stay; see offers() of the client's side.
+    return isOwn(status, S_IFLNK) ? clearLeftover(address.directionFile, S_IFLNK) : 0;
+}
+
+int NameClaim::announceDirection(bool readable, bool writable) {
     if (readable && writable) {
-        // A stranger's link says nothing to clients, so it may stay; see offers() of the client's side.
-        return isFree || !isOwn(status, S_IFLNK) ? 0 : clearLeftover(address.directionFile, S_IFLNK);
+        return clearOwnDirection();
     }
     const int code = clearLeftover(address.directionFile, S_IFLNK);
     if (code != 0) {
         return code;
     }
     const char* const text = readable ? DIRECTION_READABLE : DIRECTION_WRITABLE;
-    if (::symlink(text, address.directionFile.c_str()) != 0) {
+    if (calls().symlink(text, address.directionFile.c_str()) != 0) {
         return errno;
     }
-    return identify(address.directionFile, directionIdentity) ? 0 : errno;
+    return noteOwn(address.directionFile, S_IFLNK, directionIdentity);
+}
+
+/// Notes a file that was just made. One that cannot be looked at would not be known again, so it goes at once.
+int NameClaim::noteOwn(const std::string& file, mode_t type, FileIdentity& identity) {
+    if (identify(file, identity)) {
+        return 0;
+    }
+    const int code = errno;
+    clearLeftover(file, type);
+    return code;
 }
 
 int NameClaim::noteSocket() {
-    return identify(address.socketFile, socketIdentity) ? 0 : errno;
+    return noteOwn(address.socketFile, S_IFSOCK, socketIdentity);
 }
 
 void NameClaim::release() {
@@ -151,7 +178,7 @@ void NameClaim::release() {
     removeIfSame(address.socketFile, socketIdentity);
     removeIfSame(address.directionFile, directionIdentity);
     removeIfSame(address.lockFile, lockIdentity);
-    ::flock(lockDescriptor.get(), LOCK_UN);
+    calls().flock(lockDescriptor.get(), LOCK_UN);
     FileDescriptor done = std::move(lockDescriptor);
 }
 

@@ -54,6 +54,8 @@ class NameClaim {
 
     int lock();
     int clearLeftover(const std::string& file, mode_t type);
+    int clearOwnDirection();
+    int noteOwn(const std::string& file, mode_t type, FileIdentity& identity);
     static bool identify(const std::string& file, FileIdentity& identity);
     static void removeIfSame(const std::string& file, const FileIdentity& identity);
 

@@ -7,7 +7,7 @@
 #include "io/platform/PipePlatform.h"
 #include "io/platform/posix/PipeDirectory.h"
 #include "io/platform/posix/PipeName.h"
-#include "io/platform/posix/SystemCalls.h"
+#include "io/platform/posix/SocketCalls.h"
 #include "support/StringUtils.h"
 
 namespace Corvane {
@@ -51,7 +51,7 @@ int findPipe(const std::string& path, bool create, PipeAddress& address) {
     }
     directory += '/';
     const std::size_t used = directory.size();
-    const std::size_t room = used < SystemCalls::MAX_SOCKET_PATH ? SystemCalls::MAX_SOCKET_PATH - used : 0;
+    const std::size_t room = used < SocketCalls::MAX_SOCKET_PATH ? SocketCalls::MAX_SOCKET_PATH - used : 0;
     const std::string file = pipeFileName(name, room);
     if (file.empty()) {
         return refuseLength(directory);

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "cvtp/internal/Logging.h"
-#include "io/platform/posix/SystemCalls.h"
+#include "io/platform/posix/SocketCalls.h"
 
 namespace Corvane {
 namespace Io {
@@ -52,9 +52,9 @@ int writeAborted() {
     return ABORTED;
 }
 
-int wroteNothing() {
+int wroteNothing(bool waited) {
     if (isDebug()) {
-        logDebug("WriteFile succeeded but wrote no bytes.");
+        logDebug(waited ? "writePipe: woke up without completing I/O" : "WriteFile succeeded but wrote no bytes.");
     }
     return SUCCESS;
 }
@@ -91,7 +91,7 @@ bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
     if (timeoutMs == receiveTimeout) {
         return true;
     }
-    if (SystemCalls::setReceiveTimeout(socket.get(), timeoutMs) != 0) {
+    if (SocketCalls::setReceiveTimeout(socket.get(), timeoutMs) != 0) {
         return false;
     }
     receiveTimeout = timeoutMs;
@@ -114,7 +114,7 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
         if (!applyReceiveTimeout(wait)) {
             return readFailed(errno);
         }
-        const ssize_t count = SystemCalls::receive(socket.get(), buffer, static_cast<std::size_t>(length));
+        const ssize_t count = SocketCalls::receive(socket.get(), buffer, static_cast<std::size_t>(length));
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
             return static_cast<int>(count);
@@ -165,13 +165,13 @@ int PipeChannel::write(const char* buffer, int length) {
     std::optional<Deadline> deadline;
     bool waited = false;
     while (written < total) {
-        const ssize_t count = SystemCalls::sendNow(socket.get(), buffer + written, total - written);
+        const ssize_t count = SocketCalls::sendNow(socket.get(), buffer + written, total - written);
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
             written += static_cast<std::size_t>(count);
             waited = false;
         } else if (count == 0) {
-            return wroteNothing();
+            return wroteNothing(waited);
         } else if (error == EAGAIN) {
             const int result = waitForRoom(deadline);
             if (result != SUCCESS) {
@@ -196,7 +196,7 @@ int PipeChannel::waitForRoom(std::optional<Deadline>& deadline) const {
     if (wait == 0) {
         return writeTimedOut();
     }
-    if (SystemCalls::waitFor(socket.get(), POLLOUT, wait) < 0 && errno != EINTR) {
+    if (SocketCalls::waitFor(socket.get(), POLLOUT, wait) < 0 && errno != EINTR) {
         return writeFailed(errno, true);
     }
     return SUCCESS;
@@ -205,7 +205,7 @@ int PipeChannel::waitForRoom(std::optional<Deadline>& deadline) const {
 void PipeChannel::close() {
     logClose(socket.get());
     closed.store(true);
-    if (::getpid() == owner && SystemCalls::shutDown(socket.get()) != 0) {
+    if (::getpid() == owner && SocketCalls::shutDown(socket.get()) != 0) {
         logCloseFailed(errno);
     }
 }

@@ -17,6 +17,7 @@
 #include "io/platform/posix/Deadline.h"
 #include "io/platform/posix/PipeAddress.h"
 #include "io/platform/posix/PipeChannel.h"
+#include "io/platform/posix/SocketCalls.h"
 #include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
@@ -65,14 +66,14 @@ bool isServerGone(int error) {
 bool isLinkOfServer(const PipeAddress& address) {
     struct stat link {};
     struct stat socket {};
-    return ::lstat(address.directionFile.c_str(), &link) == 0 &&
-           ::lstat(address.socketFile.c_str(), &socket) == 0 && link.st_uid == socket.st_uid;
+    return calls().lstat(address.directionFile.c_str(), &link) == 0 &&
+           calls().lstat(address.socketFile.c_str(), &socket) == 0 && link.st_uid == socket.st_uid;
 }
 
 /// Whether the server can do what the client asks for. No link is the usual case and means that it can do both.
 bool offers(const PipeAddress& address, bool readable, bool writable) {
     std::array<char, 16> text;
-    const ssize_t length = ::readlink(address.directionFile.c_str(), text.data(), text.size());
+    const ssize_t length = calls().readlink(address.directionFile.c_str(), text.data(), text.size());
     if (length < 0 || !isLinkOfServer(address)) {
         return true;
     }
@@ -87,7 +88,7 @@ bool offers(const PipeAddress& address, bool readable, bool writable) {
 int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
     const Deadline deadline(timeoutMs);
     std::optional<Deadline> grace;
-    if (SystemCalls::setBlocking(socket) != 0) {
+    if (SocketCalls::setBlocking(socket) != 0) {
         return errno;
     }
     for (;;) {
@@ -95,10 +96,10 @@ int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
         if (left == 0) {
             return EAGAIN;
         }
-        if (SystemCalls::setSendTimeout(socket, std::min(left, WAIT_SLICE_MS)) != 0) {
+        if (SocketCalls::setSendTimeout(socket, std::min(left, WAIT_SLICE_MS)) != 0) {
             return errno;
         }
-        if (SystemCalls::connectTo(socket, address) == 0) {
+        if (SocketCalls::connectTo(socket, address) == 0) {
             return 0;
         }
         if (isServerGone(errno)) {
@@ -109,7 +110,7 @@ int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
                 // Whoever waited for an instance has waited in vain, whatever became of the server.
                 return EAGAIN;
             }
-            SystemCalls::waitFor(-1, 0, std::min(left, RESTART_POLL_MS));
+            SocketCalls::waitFor(-1, 0, std::min(left, RESTART_POLL_MS));
         } else if (errno == EAGAIN) {
             grace.reset();
         } else if (errno != EINTR) {
@@ -122,10 +123,10 @@ int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
 int connectSocket(int socket, const sockaddr_un& address, int timeoutMs) {
     int error = 0;
     do {
-        error = SystemCalls::connectTo(socket, address) == 0 ? 0 : errno;
+        error = SocketCalls::connectTo(socket, address) == 0 ? 0 : errno;
     } while (error == EINTR);
     if (error == 0) {
-        return SystemCalls::setBlocking(socket) == 0 ? 0 : errno;
+        return SocketCalls::setBlocking(socket) == 0 ? 0 : errno;
     }
     if (error != EAGAIN) {
         return error;
@@ -148,11 +149,11 @@ int openChannel(const std::string& path, bool readable, bool writable, int timeo
     if (!offers(address, readable, writable)) {
         return OPEN_DENIED;
     }
-    FileDescriptor socket = SystemCalls::createSocket();
+    FileDescriptor socket = SocketCalls::createSocket();
     if (!socket.isOpen()) {
         return openFailed(errno);
     }
-    const int error = connectSocket(socket.get(), SystemCalls::socketAddress(address.socketFile), timeoutMs);
+    const int error = connectSocket(socket.get(), SocketCalls::socketAddress(address.socketFile), timeoutMs);
     if (isDenied(error)) {
         return OPEN_DENIED;
     }

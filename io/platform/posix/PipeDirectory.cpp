@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
 namespace Io {
@@ -38,7 +39,7 @@ void stripSlashes(std::string& directory) {
 
 bool isDirectory(const std::string& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return calls().stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 /// Whether others than the owner may write there, and so replace what belongs to somebody else.
@@ -73,12 +74,12 @@ std::string ownDirectory() {
 
 int findOwnDirectory(bool create, std::string& directory) {
     directory = ownDirectory();
-    if (create && ::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+    if (create && calls().mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         const int code = errno;
         return refuse(directory, "it cannot be created, error " + std::to_string(code), code);
     }
     struct stat status {};
-    if (::lstat(directory.c_str(), &status) != 0) {
+    if (calls().lstat(directory.c_str(), &status) != 0) {
         // A client finds no pipe in a folder that is not there; that is not the folder's fault.
         return errno;
     }
@@ -94,7 +95,7 @@ int findPipeDirectory(const std::string& systemDirectory, bool create, std::stri
         return isDirectory(directory) ? 0 : refuse(directory, "CVTP_PIPE_DIR names no folder", ENOENT);
     }
     struct stat status {};
-    if (::lstat(systemDirectory.c_str(), &status) == 0) {
+    if (calls().lstat(systemDirectory.c_str(), &status) == 0) {
         directory = systemDirectory;
         return checkTrust(directory, status);
     }

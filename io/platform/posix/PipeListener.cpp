@@ -13,7 +13,7 @@
 #include "io/platform/posix/Deadline.h"
 #include "io/platform/posix/PipeAddress.h"
 #include "io/platform/posix/PipeChannel.h"
-#include "io/platform/posix/SystemCalls.h"
+#include "io/platform/posix/SocketCalls.h"
 
 namespace Corvane {
 namespace Io {
@@ -103,18 +103,18 @@ int PipeListener::open(bool mayRead, bool mayWrite) {
 }
 
 int PipeListener::bindSocket() {
-    socket = SystemCalls::createSocket();
+    socket = SocketCalls::createSocket();
     if (!socket.isOpen()) {
         return errno;
     }
-    if (SystemCalls::bindTo(socket.get(), SystemCalls::socketAddress(claim.getAddress().socketFile)) != 0) {
+    if (SocketCalls::bindTo(socket.get(), SocketCalls::socketAddress(claim.getAddress().socketFile)) != 0) {
         return errno;
     }
     const int code = claim.noteSocket();
     if (code != 0) {
         return code;
     }
-    return SystemCalls::listenForOne(socket.get()) == 0 ? 0 : errno;
+    return SocketCalls::listenForOne(socket.get()) == 0 ? 0 : errno;
 }
 
 bool PipeListener::isClosed() {
@@ -127,7 +127,7 @@ bool PipeListener::isClosed() {
 /// @return 0 or the code of the system, EAGAIN when there is no client.
 int PipeListener::tryAccept(ChannelHandle& channel) {
     for (;;) {
-        FileDescriptor client = SystemCalls::acceptClient(socket.get());
+        FileDescriptor client = SocketCalls::acceptClient(socket.get());
         if (client.isOpen()) {
             channel = std::make_shared<PipeChannel>(std::move(client), readable, writable);
             return 0;
@@ -179,7 +179,7 @@ int PipeListener::accept(int timeoutMs, ChannelHandle& channel) {
 int PipeListener::acceptWaiting(int timeoutMs, ChannelHandle& channel) {
     const Deadline deadline(timeoutMs);
     for (;;) {
-        const int ready = SystemCalls::waitFor(socket.get(), POLLIN, deadline.forPoll());
+        const int ready = SocketCalls::waitFor(socket.get(), POLLIN, deadline.forPoll());
         if (ready < 0 && errno == EINTR) {
             continue;
         }
@@ -193,11 +193,12 @@ int PipeListener::acceptWaiting(int timeoutMs, ChannelHandle& channel) {
             return ACCEPT_TIMED_OUT;
         }
         int error = tryAccept(channel);
-        if (error == EAGAIN && (ready & POLLHUP) == 0) {
+        if (error == EAGAIN && ready == POLLIN) {
             continue;
         }
         if (error == EAGAIN) {
-            // A socket that was shut down says that there is no client, and no longer waits for one.
+            // A socket that was shut down, or is in trouble, says that there is no client, and no longer waits for
+            // one.
             error = EINVAL;
         }
         logWaitStatus(0);
@@ -231,7 +232,7 @@ void PipeListener::close() {
         // A child that was forked shares the socket and must not end it for its parent.
         return;
     }
-    if (SystemCalls::shutDown(socket.get()) != 0) {
+    if (SocketCalls::shutDown(socket.get()) != 0) {
         logCloseFailed(errno);
     }
     dismissClients();

@@ -1,90 +1,27 @@
 #include "io/platform/posix/SystemCalls.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/time.h>
+#include <atomic>
 
 namespace Corvane {
 namespace Io {
 namespace Platform {
-namespace SystemCalls {
 
 namespace {
 
-int setTimeout(int socket, int option, int timeoutMs) {
-    timeval timeout{};
-    timeout.tv_sec = timeoutMs / 1000;
-    timeout.tv_usec = (timeoutMs % 1000) * 1000;
-    return ::setsockopt(socket, SOL_SOCKET, option, &timeout, sizeof(timeout));
-}
+constexpr SystemCalls OWN_CALLS{};
 
-const sockaddr* generic(const sockaddr_un& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-}
+std::atomic<const SystemCalls*> inUse{&OWN_CALLS};
 
 }  // namespace
 
-FileDescriptor createSocket() {
-    return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+const SystemCalls& calls() {
+    return *inUse.load(std::memory_order_acquire);
 }
 
-sockaddr_un socketAddress(const std::string& file) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    file.copy(address.sun_path, MAX_SOCKET_PATH);
-    return address;
+void substituteCalls(const SystemCalls* table) {
+    inUse.store(table == nullptr ? &OWN_CALLS : table, std::memory_order_release);
 }
 
-int bindTo(int socket, const sockaddr_un& address) {
-    return ::bind(socket, generic(address), sizeof(address));
-}
-
-int connectTo(int socket, const sockaddr_un& address) {
-    return ::connect(socket, generic(address), sizeof(address));
-}
-
-int listenForOne(int socket) {
-    // The queue takes one client more than this number.
-    return ::listen(socket, 0);
-}
-
-FileDescriptor acceptClient(int socket) {
-    return FileDescriptor(::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC));
-}
-
-ssize_t receive(int socket, char* buffer, std::size_t length) {
-    return ::recv(socket, buffer, length, 0);
-}
-
-ssize_t sendNow(int socket, const char* buffer, std::size_t length) {
-    return ::send(socket, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-}
-
-int waitFor(int descriptor, short events, int timeoutMs) {
-    pollfd entry{descriptor, events, 0};
-    const int ready = ::poll(&entry, 1, timeoutMs);
-    return ready > 0 ? entry.revents : ready;
-}
-
-int setBlocking(int socket) {
-    // createSocket() set no other flag.
-    return ::fcntl(socket, F_SETFL, 0);
-}
-
-int setReceiveTimeout(int socket, int timeoutMs) {
-    return setTimeout(socket, SO_RCVTIMEO, timeoutMs);
-}
-
-int setSendTimeout(int socket, int timeoutMs) {
-    return setTimeout(socket, SO_SNDTIMEO, timeoutMs);
-}
-
-int shutDown(int socket) {
-    return ::shutdown(socket, SHUT_RDWR);
-}
-
-}  // namespace SystemCalls
 }  // namespace Platform
 }  // namespace Io
 }  // namespace Corvane

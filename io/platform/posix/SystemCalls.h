@@ -1,57 +1,65 @@
 #pragma once
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/types.h>
-#include <sys/un.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
-#include <string>
 
-#include "io/platform/posix/FileDescriptor.h"
-
-/// The calls that the transport makes on sockets, behind names of its own, so that a test can put others in their
-/// place. Each reports as the system does: a negative result, and the reason in errno.
 namespace Corvane {
 namespace Io {
 namespace Platform {
-namespace SystemCalls {
 
-/// A Unix domain stream socket, non-blocking and closed on exec.
-FileDescriptor createSocket();
+/// What the system knows of a file. A name of its own, since the call has the same.
+using FileStatus = struct stat;
 
-/// The address of a socket file. `file` must fit; see MAX_SOCKET_PATH.
-sockaddr_un socketAddress(const std::string& file);
+/// The calls that the transport makes on the system. A test puts others in their place: it forces failures that the
+/// system shows only rarely, and sees the arguments of each call. A call that fails leaves its reason in errno,
+/// here as in the system.
+struct SystemCalls {
+    // Sockets.
+    int (*socket)(int domain, int type, int protocol) = &::socket;
+    int (*bind)(int socket, const sockaddr* address, socklen_t length) = &::bind;
+    int (*listen)(int socket, int backlog) = &::listen;
+    int (*accept4)(int socket, sockaddr* address, socklen_t* length, int flags) = &::accept4;
+    int (*connect)(int socket, const sockaddr* address, socklen_t length) = &::connect;
+    ssize_t (*recv)(int socket, void* buffer, std::size_t length, int flags) = &::recv;
+    ssize_t (*send)(int socket, const void* buffer, std::size_t length, int flags) = &::send;
+    int (*poll)(pollfd* entries, nfds_t count, int timeoutMs) = &::poll;
+    int (*setsockopt)(int socket, int level, int option, const void* value, socklen_t length) = &::setsockopt;
+    int (*shutdown)(int socket, int how) = &::shutdown;
 
-int bindTo(int socket, const sockaddr_un& address);
-int connectTo(int socket, const sockaddr_un& address);
+    // Descriptors of every kind.
+    int (*fcntl)(int descriptor, int command, ...) = &::fcntl;
+    int (*fstat)(int descriptor, FileStatus* status) = &::fstat;
+    int (*flock)(int descriptor, int operation) = &::flock;
+    int (*close)(int descriptor) = &::close;
 
-/// Listens with room for exactly one client that was not accepted yet.
-int listenForOne(int socket);
+    // Files by their names.
+    int (*open)(const char* file, int flags, ...) = &::open;
+    int (*stat)(const char* file, FileStatus* status) = &::stat;
+    int (*lstat)(const char* file, FileStatus* status) = &::lstat;
+    ssize_t (*readlink)(const char* file, char* buffer, std::size_t size) = &::readlink;
+    int (*symlink)(const char* text, const char* file) = &::symlink;
+    int (*unlink)(const char* file) = &::unlink;
+    int (*mkdir)(const char* directory, mode_t mode) = &::mkdir;
 
-/// A blocking socket, closed on exec; none when there is no client or the call failed.
-FileDescriptor acceptClient(int socket);
+    // The clock that timeouts run on. It never fails.
+    std::chrono::steady_clock::time_point (*now)() = &std::chrono::steady_clock::now;
+};
 
-ssize_t receive(int socket, char* buffer, std::size_t length);
+/// The table that is in use, at first that of the system itself.
+const SystemCalls& calls();
 
-/// Sends what fits at once, and raises no signal when the other end is gone.
-ssize_t sendNow(int socket, const char* buffer, std::size_t length);
+/// Puts `table` (not owned) in the place of the one that is in use; null puts the system's own back. To be called
+/// while no thread is inside a call of a pipe.
+void substituteCalls(const SystemCalls* table);
 
-/// poll() for a single descriptor; -1 as timeout waits forever. The result is what has happened, 0 after the
-/// timeout.
-int waitFor(int descriptor, short events, int timeoutMs);
-
-int setBlocking(int socket);
-/// 0 as timeout means none.
-int setReceiveTimeout(int socket, int timeoutMs);
-/// Applies to connectTo() on a blocking socket, too.
-int setSendTimeout(int socket, int timeoutMs);
-
-/// Ends both directions, which wakes whoever waits on the socket; the descriptor stays open.
-int shutDown(int socket);
-
-/// The longest path that a socket can have, in bytes.
-constexpr std::size_t MAX_SOCKET_PATH = sizeof(sockaddr_un::sun_path) - 1;
-
-}  // namespace SystemCalls
 }  // namespace Platform
 }  // namespace Io
 }  // namespace Corvane

@@ -23,10 +23,5 @@ inline std::vector<std::string> linesAtTheEnd(std::size_t) {
 
 }  // namespace Codes
 
-/// Why a test cannot hold on this system; null when it can.
-inline const char* reasonToSkip(const std::string&) {
-    return nullptr;
-}
-
 }  // namespace Testing
 }  // namespace Corvane

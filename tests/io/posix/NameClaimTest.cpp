@@ -1,39 +1,19 @@
 #include "io/platform/posix/NameClaim.h"
 
 #include <gmock/gmock.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include "io/platform/posix/SystemCalls.h"
-#include "tests/io/posix/PosixTest.h"
-
-namespace {
-
-/// Runs once, just before the calling thread locks a file.
-thread_local std::function<void()> beforeLock;
-
-}  // namespace
-
-/// Takes the place of the C library's function in this program.
-extern "C" int flock(int descriptor, int operation) noexcept {
-    if (beforeLock) {
-        const std::function<void()> action = std::exchange(beforeLock, nullptr);
-        action();
-    }
-    return static_cast<int>(::syscall(SYS_flock, descriptor, operation));
-}
+#include "io/platform/posix/SocketCalls.h"
+#include "tests/io/posix/FakeSystem.h"
 
 namespace Corvane {
 namespace Testing {
@@ -51,9 +31,9 @@ class NameClaimTest : public PipeTest {
         std::fclose(file);
     }
     void makeSocket(const std::string& name) {
-        const Platform::FileDescriptor socket = Platform::SystemCalls::createSocket();
+        const Platform::FileDescriptor socket = Platform::SocketCalls::createSocket();
         ASSERT_EQ(
-            Platform::SystemCalls::bindTo(socket.get(), Platform::SystemCalls::socketAddress(folder.file(name))),
+            Platform::SocketCalls::bindTo(socket.get(), Platform::SocketCalls::socketAddress(folder.file(name))),
             0);
     }
     ino_t inodeOf(const std::string& name) {
@@ -306,9 +286,9 @@ TEST_F(NameClaimTest, AForkedChildTakesNothingFromItsParent) {
 
 TEST_F(NameClaimTest, TheLockOfAFileThatItsServerHasJustRemovedCountsForNothing) {
     ServerCvPipe closing("pipe", true, true);
-    beforeLock = [&] { closing.close(); };
+    FakeSystem system;
+    system.on("flock", {passing([&] { closing.close(); })});
     ServerCvPipe server("pipe", true, true);
-    EXPECT_FALSE(beforeLock);
     EXPECT_THAT(folder.names(), UnorderedElementsAre("pipe", ".pipe.lock"));
     EXPECT_FALSE(canBind());
     connectAndAccept(server);
@@ -317,10 +297,11 @@ TEST_F(NameClaimTest, TheLockOfAFileThatItsServerHasJustRemovedCountsForNothing)
 TEST_F(NameClaimTest, TheLockOfAFileThatAnotherServerHasReplacedCountsForNothing) {
     ServerCvPipe closing("pipe", true, true);
     std::unique_ptr<ServerCvPipe> next;
-    beforeLock = [&] {
-        closing.close();
-        next = std::make_unique<ServerCvPipe>("pipe", true, true);
-    };
+    FakeSystem system;
+    system.on("flock", {passing([&] {
+                  closing.close();
+                  next = std::make_unique<ServerCvPipe>("pipe", true, true);
+              })});
     EXPECT_FALSE(canBind());
     ASSERT_NE(next, nullptr);
     connectAndAccept(*next);

@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "io/platform/posix/SystemCalls.h"
+#include "io/platform/posix/SocketCalls.h"
 #include "tests/io/posix/PosixTest.h"
 
 namespace Corvane {
@@ -155,7 +155,7 @@ TEST_F(PipeConnectTest, OtherProgramsCanConnectToTheSocket) {
     ServerCvPipe server("Pipe", true, true);
     const Platform::FileDescriptor other(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(
-        Platform::SystemCalls::connectTo(other.get(), Platform::SystemCalls::socketAddress(folder.file("pipe"))),
+        Platform::SocketCalls::connectTo(other.get(), Platform::SocketCalls::socketAddress(folder.file("pipe"))),
         0);
     ASSERT_EQ(::send(other.get(), "hello", 5, 0), 5);
     CvPipe accepted;

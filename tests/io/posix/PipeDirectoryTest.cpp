@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/io/posix/PosixTest.h"
+#include "tests/io/posix/FakeSystem.h"
 
 namespace Corvane {
 namespace Testing {
@@ -53,6 +53,9 @@ TEST_F(PipeDirectoryTest, TheVariableComesFirstAndItsFolderIsTheCallersChoice) {
     ::setenv("CVTP_PIPE_DIR", link.c_str(), 1);
     EXPECT_EQ(find(), 0);
     EXPECT_EQ(found, link);
+    ::setenv("CVTP_PIPE_DIR", "//", 1);
+    EXPECT_EQ(find(), 0);
+    EXPECT_EQ(found, "/");
 }
 
 TEST_F(PipeDirectoryTest, TheVariableMustNameAFolderAndNoneIsMade) {
@@ -99,6 +102,8 @@ TEST_F(PipeDirectoryTest, AnotherUsersFolderIsRefused) {
         GTEST_SKIP() << "only root can give a folder away";
     }
     makeSystem(0755);
+    ChildProcess user([&] { return ::setuid(NOBODY) == 0 && find() == 0 ? 0 : 1; });
+    EXPECT_EQ(user.wait(), 0) << "a folder of root is everybody's";
     ASSERT_EQ(::chown(system.c_str(), NOBODY, NOBODY), 0);
     LogCapture log;
     EXPECT_EQ(find(), EPERM);
@@ -137,7 +142,7 @@ TEST_F(PipeDirectoryTest, SomethingElseInItsPlaceIsRefused) {
 TEST_F(PipeDirectoryTest, WithoutARuntimeFolderItLiesInTmp) {
     const std::string expected = "/tmp/cvtp-" + std::to_string(::geteuid());
     const bool wasThere = std::filesystem::exists(expected);
-    for (const std::string& unusable : {std::string("relative"), folder.file("missing")}) {
+    for (const std::string& unusable : {std::string("relative"), std::string("."), folder.file("missing")}) {
         ::setenv("XDG_RUNTIME_DIR", unusable.c_str(), 1);
         find(false);
         EXPECT_EQ(found, expected);
@@ -148,6 +153,49 @@ TEST_F(PipeDirectoryTest, WithoutARuntimeFolderItLiesInTmp) {
     if (!wasThere) {
         std::filesystem::remove(expected);
     }
+}
+
+TEST_F(PipeDirectoryTest, AFolderThatCannotBeMadeIsRefused) {
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    for (const int error : {EACCES, ENOSPC, EROFS, ENOMEM, EMLINK}) {
+        FakeSystem system;
+        system.on("mkdir", {failure(error)});
+        LogCapture log;
+        EXPECT_EQ(find(true), error);
+        EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + runtime + " refused: it cannot be created, error " +
+                                     std::to_string(error) + "."});
+    }
+    // Another server made it in the same moment.
+    FakeSystem system;
+    system.on("mkdir", {Answer{0, std::nullopt, nullptr, 0, EEXIST}});
+    EXPECT_EQ(find(true), 0);
+}
+
+TEST_F(PipeDirectoryTest, AFolderThatCannotBeLookedAtHasNoPipes) {
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    makeSystem(0755);
+    LogCapture log;
+    {
+        // The system's folder may be there, but it is of no use; the user's own comes next.
+        FakeSystem system;
+        system.on("lstat", {failure(EACCES)});
+        EXPECT_EQ(find(true), 0);
+        EXPECT_EQ(found, runtime);
+    }
+    for (const int error : {EACCES, ENOMEM, EIO}) {
+        FakeSystem system;
+        system.on("lstat", {failure(ENOENT), failure(error)});
+        EXPECT_EQ(find(true), error);
+    }
+    {
+        // A runtime folder that cannot be looked at is none.
+        FakeSystem system;
+        system.on("stat", {failure(EACCES)});
+        system.on("lstat", {failure(ENOENT)});
+        find(false);
+        EXPECT_EQ(found, "/tmp/cvtp-" + std::to_string(::geteuid()));
+    }
+    EXPECT_EQ(log.texts(), Lines{});
 }
 
 }  // namespace

@@ -2,53 +2,19 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "io/platform/posix/FileDescriptor.h"
-#include "tests/io/posix/PosixTest.h"
-
-namespace {
-
-/// So many calls fail, and how.
-std::atomic<int> acceptFailures{0};
-std::atomic<int> acceptError{0};
-
-}  // namespace
-
-/// Takes the place of the C library's function in this program.
-extern "C" int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
-    if (acceptFailures.load() > 0) {
-        --acceptFailures;
-        errno = acceptError.load();
-        return -1;
-    }
-    return static_cast<int>(::syscall(SYS_accept4, socket, address, length, flags));
-}
+#include "tests/io/posix/FakeSystem.h"
 
 namespace Corvane {
 namespace Testing {
 namespace {
-
-/// Lets accepting fail until it is destroyed, or for so many calls.
-class FailingAccept {
- public:
-    explicit FailingAccept(int error, int calls = 1000000) {
-        acceptError = error;
-        acceptFailures = calls;
-    }
-    ~FailingAccept() { acceptFailures = 0; }
-    FailingAccept(const FailingAccept&) = delete;
-    FailingAccept& operator=(const FailingAccept&) = delete;
-};
 
 using namespace Io;
 using Platform::FileDescriptor;
@@ -97,7 +63,8 @@ TEST_F(PipeListenerTest, AFullDescriptorTableMakesAcceptPauseAndLosesNoClient) {
     {
         // The undefined behaviour sanitizer needs descriptors to look at a class for the first time. It gets its
         // look here.
-        FailingAccept failing(EMFILE);
+        FakeSystem system;
+        system.on("accept4", {failure(EMFILE)});
         expectFailureAfterAPause(server);
     }
     {
@@ -120,7 +87,8 @@ TEST_F(PipeListenerTest, AFullDescriptorTableMakesAcceptPauseAndLosesNoClient) {
 
 TEST_F(PipeListenerTest, CloseEndsThePauseAfterAFailure) {
     ServerCvPipe server("pipe", true, true);
-    FailingAccept failing(ENFILE);
+    FakeSystem system;
+    system.always("accept4", ENFILE);
     LogCapture log(1);
     std::string message;
     std::thread accepting([&] {
@@ -141,41 +109,6 @@ TEST_F(PipeListenerTest, CloseEndsThePauseAfterAFailure) {
     server.close();
     accepting.join();
     EXPECT_TRUE(message == "accept aborted" || message == "Pipe is closed.") << message;
-}
-
-TEST_F(PipeListenerTest, AWaitingAcceptFailsToo) {
-    ServerCvPipe server("pipe", true, true);
-    LogCapture log;
-    CvPipe accepted;
-    std::thread accepting(
-        [&] { EXPECT_EQ(messageOf<CvPipeException>([&] { server.accept(accepted); }), "acceptPipe failed"); });
-    EXPECT_TRUE(log.waitFor("DEBUG: ServerCvPipe_acceptPipe error = 997"));
-    CvPipe client;
-    {
-        FailingAccept failing(ENOBUFS);
-        client.connect("pipe", true, true);
-        accepting.join();
-    }
-    Lines lines = maskedTexts(log);
-    const std::string CONNECTED = "DEBUG: CreateFile - \\\\.\\pipe\\pipe handle=N GetLastError=0";
-    lines.erase(std::remove(lines.begin(), lines.end(), CONNECTED), lines.end());
-    EXPECT_EQ(lines, (Lines{"DEBUG: Calling ConnectNamedPipe.", "DEBUG: ServerCvPipe_acceptPipe error = 997",
-                            "DEBUG: ServerCvPipe_acceptPipe WaitForSingleObject status = 0",
-                            "DEBUG: GetOverlappedResult - GetLastError=105", "ERROR: Connect error: 105",
-                            "DEBUG: ServerCvPipe_acceptPipe retval = 3", "DEBUG: bindPipe: handle=N event=-1"}));
-    server.accept(accepted);
-    writeText(client, "still there");
-    EXPECT_EQ(readSome(accepted), "still there");
-}
-
-TEST_F(PipeListenerTest, AClientThatGaveUpBeforeItWasAcceptedIsNoFailure) {
-    ServerCvPipe server("pipe", true, true);
-    server.setAcceptTimeout(20000);
-    CvPipe client("pipe", true, true);
-    FailingAccept failing(ECONNABORTED, 3);
-    CvPipe accepted;
-    server.accept(accepted);
-    EXPECT_TRUE(accepted.isBound());
 }
 
 TEST_F(PipeListenerTest, SignalsNeitherShortenNorLengthenAnAcceptTimeout) {

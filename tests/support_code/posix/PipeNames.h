@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace Corvane {
 namespace Testing {
 
@@ -7,6 +9,9 @@ namespace Testing {
 class PipeNames {
  public:
     PipeNames() {}
+
+    /// The name by which other processes know a pipe of this one, and the other way round.
+    static std::string forOthers(const std::string& name) { return name; }
 };
 
 }  // namespace Testing

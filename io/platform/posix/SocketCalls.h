@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/types.h>
+#include <sys/un.h>
+
+#include <cstddef>
+#include <string>
+
+#include "io/platform/posix/FileDescriptor.h"
+
+/// What the transport does with sockets, in terms of the calls of the system. Each reports as the system does: a
+/// negative result, and the reason in errno.
+namespace Corvane {
+namespace Io {
+namespace Platform {
+namespace SocketCalls {
+
+/// A Unix domain stream socket, non-blocking and closed on exec.
+FileDescriptor createSocket();
+
+/// The address of a socket file. `file` must fit; see MAX_SOCKET_PATH.
+sockaddr_un socketAddress(const std::string& file);
+
+int bindTo(int socket, const sockaddr_un& address);
+int connectTo(int socket, const sockaddr_un& address);
+
+/// Listens with room for exactly one client that was not accepted yet.
+int listenForOne(int socket);
+
+/// A blocking socket, closed on exec; none when there is no client or the call failed.
+FileDescriptor acceptClient(int socket);
+
+ssize_t receive(int socket, char* buffer, std::size_t length);
+
+/// Sends what fits at once, and raises no signal when the other end is gone.
+ssize_t sendNow(int socket, const char* buffer, std::size_t length);
+
+/// poll() for a single descriptor; -1 as timeout waits forever. The result is what has happened, 0 after the
+/// timeout.
+int waitFor(int descriptor, short events, int timeoutMs);
+
+int setBlocking(int socket);
+/// 0 as timeout means none.
+int setReceiveTimeout(int socket, int timeoutMs);
+/// Applies to connectTo() on a blocking socket, too.
+int setSendTimeout(int socket, int timeoutMs);
+
+/// Ends both directions, which wakes whoever waits on the socket; the descriptor stays open.
+int shutDown(int socket);
+
+/// The longest path that a socket can have, in bytes.
+constexpr std::size_t MAX_SOCKET_PATH = sizeof(sockaddr_un::sun_path) - 1;
+
+}  // namespace SocketCalls
+}  // namespace Platform
+}  // namespace Io
+}  // namespace Corvane
