@@ -11,6 +11,7 @@
 #include <malloc.h>
 #include <setjmp.h>
 
+#include <atomic>
 #include <mutex>
 
 namespace Corvane {
@@ -23,10 +24,24 @@ std::mutex filterLock;
 /// Guarded by filterLock.
 FaultGuard::Filter processFilter;
 
+/// A fault of processor or system. C++ exceptions, messages to debuggers and whatever an application raises are
+/// none, and must get to those who want to catch them.
+bool isFault(DWORD code) {
+    const DWORD SEVERITY_AND_CUSTOMER_BITS = 0xE0000000;
+    const DWORD SYSTEM_ERROR = 0xC0000000;
+    return (code & SEVERITY_AND_CUSTOMER_BITS) == SYSTEM_ERROR;
+}
+
 /// Shows a fault to the filter. Its answers are those of the system's own exception filters: above zero to leave
 /// the work, zero to look further, below zero to go on at the fault.
 int ask(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info) {
     return filter.invoke(filter.function, info->ExceptionRecord->ExceptionCode, info);
+}
+
+/// Keeps a piece of the stack of this thread for the filter, which would have nothing of one that was used up.
+void reserveStack() {
+    ULONG size = 64 * 1024;
+    SetThreadStackGuarantee(&size);
 }
 
 /// Makes a stack that was used up usable once more.
@@ -44,18 +59,18 @@ FaultGuard::Filter FaultGuard::getFilter() {
 }
 
 // With a compiler that knows __try, the guard is just that. The others have no frame-based handlers, so a handler
-// that sees the faults of all threads takes those of guarded work, and jumps back into the guard.
+// that sees the faults of all threads takes those of guarded work, and jumps back into the guard. It sees them
+// before any code within the work does that would have handled them.
 #ifdef _MSC_VER
 
 namespace {
 
-/// The code of the C++ exceptions of this compiler.
-const DWORD CPP_EXCEPTION = 0xE06D7363;
+/// Whether there is a filter. Work under way asks here, since it may fault while somebody holds filterLock.
+std::atomic<bool> isFilterSet{false};
 
 int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, DWORD& code) {
     code = info->ExceptionRecord->ExceptionCode;
-    // Thrown on purpose, and no fault.
-    return code == CPP_EXCEPTION ? EXCEPTION_CONTINUE_SEARCH : ask(filter, info);
+    return isFault(code) && isFilterSet ? ask(filter, info) : EXCEPTION_CONTINUE_SEARCH;
 }
 
 }  // namespace
@@ -63,9 +78,11 @@ int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, DWOR
 void FaultGuard::setFilter(const Filter& filter) {
     const std::lock_guard<std::mutex> lock(filterLock);
     processFilter = filter;
+    isFilterSet = static_cast<bool>(filter);
 }
 
 bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
+    reserveStack();
     // Nothing here may have a destructor: the compiler does not allow it beside __try.
     DWORD code = 0;
     __try {
@@ -88,11 +105,11 @@ struct Frame {
     DWORD code;
 };
 
-/// The handler has no more than this of a stack that was used up.
-const ULONG STACK_FOR_HANDLER = 64 * 1024;
-
 /// Guarded by filterLock. Null while no filter is set.
 void* vectoredHandler = nullptr;
+/// How often the handler was left by a jump. The system counts who is inside it, and takes one who has jumped for
+/// somebody who still is.
+std::atomic<unsigned long> jumps{0};
 
 /// The place where each thread keeps its frame. Not thread_local, for which this compiler allocates memory when a
 /// thread first asks, and the thread that asks may be one that has just faulted inside the allocator.
@@ -109,14 +126,6 @@ class CurrentFrame {
     CurrentFrame(const CurrentFrame&) = delete;
     CurrentFrame& operator=(const CurrentFrame&) = delete;
 };
-
-/// A fault of processor or system. The handler sees all exceptions before those who want to catch them do, C++
-/// exceptions, messages to debuggers and whatever an application raises included, and these must get there.
-bool isFault(DWORD code) {
-    const DWORD SEVERITY_AND_CUSTOMER_BITS = 0xE0000000;
-    const DWORD SYSTEM_ERROR = 0xC0000000;
-    return (code & SEVERITY_AND_CUSTOMER_BITS) == SYSTEM_ERROR;
-}
 
 LONG CALLBACK onException(EXCEPTION_POINTERS* info) {
     if (!isFault(info->ExceptionRecord->ExceptionCode)) {
@@ -135,11 +144,21 @@ LONG CALLBACK onException(EXCEPTION_POINTERS* info) {
     const int answer = ask(frame->filter, info);
     if (answer > FaultGuard::PASS_ON) {
         frame->code = info->ExceptionRecord->ExceptionCode;
+        ++jumps;
         longjmp(frame->resume, 1);
     }
     TlsSetValue(frameSlot(), frame);
     SetLastError(lastError);
     return answer == FaultGuard::PASS_ON ? EXCEPTION_CONTINUE_SEARCH : EXCEPTION_CONTINUE_EXECUTION;
+}
+
+/// Removes the handler as often as the system wants that to be done before it lets go of it.
+void removeHandler() {
+    unsigned long left = jumps.exchange(0) + 1;
+    while (left > 0 && RemoveVectoredExceptionHandler(vectoredHandler) != 0) {
+        --left;
+    }
+    vectoredHandler = nullptr;
 }
 
 }  // namespace
@@ -152,14 +171,12 @@ void FaultGuard::setFilter(const Filter& filter) {
         frameSlot();
         vectoredHandler = AddVectoredExceptionHandler(1, onException);
     } else if (!filter && vectoredHandler != nullptr) {
-        RemoveVectoredExceptionHandler(vectoredHandler);
-        vectoredHandler = nullptr;
+        removeHandler();
     }
 }
 
 bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
-    ULONG reserved = STACK_FOR_HANDLER;
-    SetThreadStackGuarantee(&reserved);
+    reserveStack();
     Frame frame;
     frame.filter = filter;
     frame.code = 0;

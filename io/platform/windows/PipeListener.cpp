@@ -7,6 +7,7 @@
 #include "cvtp/internal/Logging.h"
 #include "io/platform/windows/PipeChannel.h"
 #include "io/platform/windows/PipeName.h"
+#include "io/platform/windows/PipeSecurity.h"
 
 namespace Corvane {
 namespace Io {
@@ -71,15 +72,14 @@ void closeNothing() {
 
 /// @return 0 or the code of the system.
 int createPipe(const std::string& path, bool readable, bool writable, bool firstInstance, PipeInstance& instance) {
-    // Null: the access that the system gives by default.
-    SECURITY_ATTRIBUTES* const attributes = nullptr;
+    SECURITY_ATTRIBUTES attributes = pipeSecurityAttributes();
     const DWORD openMode = FILE_FLAG_OVERLAPPED | (readable ? PIPE_ACCESS_INBOUND : 0) |
                            (writable ? PIPE_ACCESS_OUTBOUND : 0) |
                            (firstInstance ? FILE_FLAG_FIRST_PIPE_INSTANCE : 0);
     // Bytes without message limits, and calls that block. The last number is the system's default wait of clients.
     const DWORD pipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT;
     instance.end.pipe = Handle(calls().createNamedPipe(path.c_str(), openMode, pipeMode, PIPE_UNLIMITED_INSTANCES,
-                                                       BUFFER_SIZE, BUFFER_SIZE, 0, attributes));
+                                                       BUFFER_SIZE, BUFFER_SIZE, 0, &attributes));
     if (!instance.end.pipe.isOpen()) {
         return createFailed(static_cast<int>(GetLastError()));
     }

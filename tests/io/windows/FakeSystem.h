@@ -85,6 +85,13 @@ class FakeSystem {
     static std::string text(void* value) {
         return value == nullptr ? "null" : std::to_string(reinterpret_cast<std::intptr_t>(value));
     }
+    /// Length, descriptor and whether handles are inherited.
+    static std::string text(const SECURITY_ATTRIBUTES* attributes) {
+        return attributes == nullptr
+                   ? "null"
+                   : "{" + text(attributes->nLength) + " " + text(attributes->lpSecurityDescriptor) + " " +
+                         text(attributes->bInheritHandle) + "}";
+    }
     /// Whether there is a record, and with which event.
     static std::string text(const OVERLAPPED* record) {
         if (record == nullptr) {
@@ -121,7 +128,7 @@ class FakeSystem {
                                          DWORD outSize, DWORD inSize, DWORD timeout,
                                          LPSECURITY_ATTRIBUTES attributes) {
         instance->note("CreateNamedPipeA", path, openMode, pipeMode, instances, outSize, inSize, timeout,
-                       static_cast<void*>(attributes));
+                       attributes);
         return instance->newHandle(next(instance->onCreateNamedPipe), INVALID_HANDLE_VALUE);
     }
     static BOOL WINAPI connectNamedPipe(HANDLE pipe, LPOVERLAPPED record) {

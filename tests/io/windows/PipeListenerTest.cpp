@@ -21,7 +21,7 @@ const std::string CREATED = "DEBUG: bindPipe: handle=1003 event=1004";
 const std::string CONNECT = "ERROR: Connect error: ";
 
 std::string creation(const std::string& openMode) {
-    return "CreateNamedPipeA(\\\\.\\pipe\\pipe, " + openMode + ", 0, 255, 65536, 65536, 0, null)";
+    return "CreateNamedPipeA(\\\\.\\pipe\\pipe, " + openMode + ", 0, 255, 65536, 65536, 0, {24 null 0})";
 }
 
 TEST(PipeListenerTest, CreatesWithExactlyTheseArguments) {

@@ -22,10 +22,15 @@ class PipeNames {
     PipeNames(const PipeNames&) = delete;
     PipeNames& operator=(const PipeNames&) = delete;
 
+    /// The name by which other processes know a pipe of this one, and the other way round.
+    static std::string forOthers(const std::string& name) {
+        return std::to_string(::GetCurrentProcessId()) + "-" + name;
+    }
+
     /// The path by which the system knows the pipe.
     static std::string ownPath(const std::string& path) {
         const std::string prefix = Io::Platform::PIPE_PREFIX;
-        return prefix + std::to_string(::GetCurrentProcessId()) + "-" + path.substr(prefix.size());
+        return prefix + forOthers(path.substr(prefix.size()));
     }
 
  private:
