@@ -439,6 +439,14 @@ TEST_P(DirectionTest, AClientGetsWhatTheServerOffers) {
     if (param.allowed) {
         client.connect("pipe", param.clientReads, param.clientWrites);
         server.accept(accepted);
+        if (param.clientWrites) {
+            writeText(client, "request");
+            EXPECT_EQ(readSome(accepted), "request");
+        }
+        if (param.clientReads) {
+            writeText(accepted, "answer");
+            EXPECT_EQ(readSome(client), "answer");
+        }
         return;
     }
     LogCapture log;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <Poco/Environment.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -71,9 +70,9 @@ class PipeTest : public ::testing::Test {
         }
     }
 
-    PipeTest() { Poco::Environment::set("CVTP_PIPE_DIR", folder.getPath()); }
+    PipeTest() { PipeNames::setVariable("CVTP_PIPE_DIR", folder.getPath()); }
     // Empty is the same as not set.
-    ~PipeTest() override { Poco::Environment::set("CVTP_PIPE_DIR", ""); }
+    ~PipeTest() override { PipeNames::setVariable("CVTP_PIPE_DIR", ""); }
 
     TemporaryFolder folder;
     PipeNames names;

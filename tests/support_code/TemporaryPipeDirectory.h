@@ -1,7 +1,5 @@
 #pragma once
 
-#include <Poco/Environment.h>
-
 #include <filesystem>
 #include <random>
 #include <string>
@@ -28,11 +26,11 @@ class TemporaryPipeDirectory {
             // Short, since the paths of sockets are limited.
             directory = std::filesystem::temp_directory_path() / ("cvtp_" + std::to_string(random()));
         } while (!std::filesystem::create_directory(directory));
-        Poco::Environment::set(VARIABLE, directory.string());
+        PipeNames::setVariable(VARIABLE, directory.string());
     }
     ~TemporaryPipeDirectory() {
         // Empty is the same as not set.
-        Poco::Environment::set(VARIABLE, "");
+        PipeNames::setVariable(VARIABLE, "");
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
     }

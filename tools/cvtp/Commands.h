@@ -13,6 +13,7 @@ namespace Tools {
 void addServeCommand(CLI::App& app, int& exitCode);
 void addPostCommand(CLI::App& app, int& exitCode);
 void addNotifyCommand(CLI::App& app, int& exitCode);
+void addListCommand(CLI::App& app, int& exitCode);
 
 }  // namespace Tools
 }  // namespace Corvane

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tools/cvtp/platform/TemporaryFile.h"
+
 namespace Corvane {
 namespace Tools {
 
@@ -39,7 +41,7 @@ void Spool::copyTo(std::ostream& out) {
 }
 
 void Spool::moveToFile() {
-    file.reset(std::tmpfile());
+    file.reset(openTemporaryFile());
     if (file == nullptr) {
         throw std::runtime_error("cannot create a temporary file");
     }

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
     Corvane::Tools::addServeCommand(app, exitCode);
     Corvane::Tools::addPostCommand(app, exitCode);
     Corvane::Tools::addNotifyCommand(app, exitCode);
+    Corvane::Tools::addListCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -170,6 +170,11 @@ int NameClaim::noteSocket() {
     return noteOwn(address.socketFile, S_IFSOCK, socketIdentity);
 }
 
+void NameClaim::removeSocket() {
+    removeIfSame(address.socketFile, socketIdentity);
+    socketIdentity = FileIdentity();
+}
+
 void NameClaim::release() {
     if (!lockDescriptor.isOpen() || !isOwner()) {
         return;

@@ -36,6 +36,9 @@ class NameClaim {
     /// Notes that the socket has been bound.
     int noteSocket();
 
+    /// Removes the socket file again, so that another socket can be bound in its place.
+    void removeSocket();
+
     /// Removes the files, then ends the claim. Does nothing in a child that was forked: the name is its parent's.
     /// A second call does nothing.
     void release();

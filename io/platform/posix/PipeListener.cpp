@@ -13,6 +13,7 @@
 #include "io/platform/posix/Deadline.h"
 #include "io/platform/posix/PipeAddress.h"
 #include "io/platform/posix/PipeChannel.h"
+#include "io/platform/posix/PipeSecurity.h"
 #include "io/platform/posix/SocketCalls.h"
 
 namespace Corvane {
@@ -103,18 +104,44 @@ int PipeListener::open(bool mayRead, bool mayWrite) {
 }
 
 int PipeListener::bindSocket() {
+    int code = 0;
+    {
+        PipeSecurity security;
+        code = security.isDefault() ? bindWithDefaultAccess() : bindWith(security);
+    }
+    if (code != 0) {
+        return code;
+    }
+    // Nobody can connect before this, so whoever can has the access that he shall have.
+    return SocketCalls::listenForOne(socket.get()) == 0 ? 0 : errno;
+}
+
+int PipeListener::bindWithDefaultAccess() {
+    socket = SocketCalls::createSocket();
+    return socket.isOpen() ? bindFile() : errno;
+}
+
+/// A server whose access cannot be set has the default access; that stops no server.
+int PipeListener::bindWith(PipeSecurity& security) {
     socket = SocketCalls::createSocket();
     if (!socket.isOpen()) {
         return errno;
     }
+    const bool isNarrow = security.narrow(socket.get());
+    const int code = bindFile();
+    if (code != 0 || !isNarrow || security.grant(claim.getAddress().socketFile)) {
+        return code;
+    }
+    // Which access is the default one the system knows alone, and it gives it to a new file.
+    claim.removeSocket();
+    return bindWithDefaultAccess();
+}
+
+int PipeListener::bindFile() {
     if (SocketCalls::bindTo(socket.get(), SocketCalls::socketAddress(claim.getAddress().socketFile)) != 0) {
         return errno;
     }
-    const int code = claim.noteSocket();
-    if (code != 0) {
-        return code;
-    }
-    return SocketCalls::listenForOne(socket.get()) == 0 ? 0 : errno;
+    return claim.noteSocket();
 }
 
 bool PipeListener::isClosed() {

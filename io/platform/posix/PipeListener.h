@@ -13,6 +13,8 @@ namespace Corvane {
 namespace Io {
 namespace Platform {
 
+class PipeSecurity;
+
 /// A listening socket and the name it goes by. Its queue takes one client: that is the instance that waits. An
 /// accepted client leaves the queue, which is then free for the next, so one socket serves as every instance.
 ///
@@ -39,6 +41,9 @@ class PipeListener {
 
  private:
     int bindSocket();
+    int bindWith(PipeSecurity& security);
+    int bindWithDefaultAccess();
+    int bindFile();
     int tryAccept(ChannelHandle& channel);
     int acceptWaiting(int timeoutMs, ChannelHandle& channel);
     int acceptFailed(int error);

@@ -56,6 +56,14 @@ std::string digest(const std::string& name, std::size_t room) {
     return prefix + Poco::DigestEngine::digestToHex(engine.digest()).substr(0, room - prefix.size());
 }
 
+/// The value of a hexadecimal digit as escape() writes it; -1 for anything else.
+int digitValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
 }  // namespace
 
 bool isPipeName(const std::string& name) {
@@ -67,6 +75,22 @@ std::string pipeFileName(const std::string& name, std::size_t room) {
     const std::string lowered = lowerCase(name);
     const std::string file = escape(lowered);
     return file.size() <= room ? file : digest(lowered, room);
+}
+
+std::string pipeNameOf(const std::string& fileName) {
+    std::string name;
+    for (std::size_t i = 0; i < fileName.size(); ++i) {
+        const bool isEscape = fileName[i] == '%' && i + 2 < fileName.size();
+        const int high = isEscape ? digitValue(fileName[i + 1]) : -1;
+        const int low = isEscape ? digitValue(fileName[i + 2]) : -1;
+        if (high >= 0 && low >= 0) {
+            name += static_cast<char>(high * 16 + low);
+            i += 2;
+        } else {
+            name += fileName[i];
+        }
+    }
+    return name;
 }
 
 }  // namespace Platform

@@ -22,6 +22,10 @@ bool isPipeName(const std::string& name);
 /// @return an empty string when there is not even room for half a digest.
 std::string pipeFileName(const std::string& name, std::size_t room);
 
+/// The name of the pipe for which a socket file stands, in small letters. A digest stays as it is: what it was made
+/// of cannot be found out.
+std::string pipeNameOf(const std::string& fileName);
+
 }  // namespace Platform
 }  // namespace Io
 }  // namespace Corvane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -17,6 +18,8 @@ namespace Platform {
 
 /// What the system knows of a file. A name of its own, since the call has the same.
 using FileStatus = struct stat;
+/// What it knows of a group of users.
+using GroupEntry = struct group;
 
 /// The calls that the transport makes on the system. A test puts others in their place: it forces failures that the
 /// system shows only rarely, and sees the arguments of each call. A call that fails leaves its reason in errno,
@@ -37,6 +40,8 @@ struct SystemCalls {
     // Descriptors of every kind.
     int (*fcntl)(int descriptor, int command, ...) = &::fcntl;
     int (*fstat)(int descriptor, FileStatus* status) = &::fstat;
+    int (*fchmod)(int descriptor, mode_t mode) = &::fchmod;
+    int (*fchownat)(int descriptor, const char* file, uid_t user, gid_t group, int flags) = &::fchownat;
     int (*flock)(int descriptor, int operation) = &::flock;
     int (*close)(int descriptor) = &::close;
 
@@ -48,6 +53,12 @@ struct SystemCalls {
     int (*symlink)(const char* text, const char* file) = &::symlink;
     int (*unlink)(const char* file) = &::unlink;
     int (*mkdir)(const char* directory, mode_t mode) = &::mkdir;
+    int (*chmod)(const char* file, mode_t mode) = &::chmod;
+
+    // Groups of users. This one returns the reason of a failure, and 0 with a null result when there is no such
+    // group.
+    int (*getgrnam_r)(const char* name, GroupEntry* entry, char* buffer, std::size_t size,
+                      GroupEntry** result) = &::getgrnam_r;
 
     // The clock that timeouts run on. It never fails.
     std::chrono::steady_clock::time_point (*now)() = &std::chrono::steady_clock::now;

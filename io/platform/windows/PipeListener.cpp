@@ -145,13 +145,16 @@ int PipeListener::connect(PipeInstance& instance, int timeoutMs) {
             return SUCCESS;
         }
         error = GetLastError();
+        if (error == ERROR_IO_PENDING) {
+            // First of all: from here on the record is the system's, whatever else fails.
+            instance.connecting.setPending();
+        }
     }
     logAcceptError(error);
     switch (error) {
         case ERROR_PIPE_CONNECTED:
             return SUCCESS;
         case ERROR_IO_PENDING:
-            instance.connecting.setPending();
             // close() sets the flag before it cancels, so either it has found this wait or the flag is seen here.
             if (isClosed()) {
                 instance.connecting.cancel(instance.end.pipe.get());

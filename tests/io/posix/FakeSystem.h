@@ -14,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -284,6 +285,31 @@ class FakeSystem {
         use(table.unlink, "unlink", [](const char* file) {
             return run("unlink", nameOf(file), [&](std::size_t) { return ::unlink(file); });
         });
+        useAccess();
+    }
+    void useAccess() {
+        use(table.fchmod, "fchmod", [](int descriptor, mode_t mode) {
+            return run("fchmod", octal(mode), [&](std::size_t) { return ::fchmod(descriptor, mode); });
+        });
+        use(table.fchownat, "fchownat", [](int descriptor, const char* file, uid_t user, gid_t group, int flags) {
+            return run("fchownat", std::to_string(group),
+                       [&](std::size_t) { return ::fchownat(descriptor, file, user, group, flags); });
+        });
+        use(table.chmod, "chmod", [](const char* file, mode_t mode) {
+            return run("chmod", octal(mode), [&](std::size_t) { return ::chmod(file, mode); });
+        });
+        // Returns its reason for a failure, so a failure is an answer that returns something.
+        use(table.getgrnam_r, "getgrnam_r",
+            [](const char* name, Io::Platform::GroupEntry* entry, char* buffer, std::size_t size,
+               Io::Platform::GroupEntry** result) {
+                return run("getgrnam_r", std::string(name) + ", " + std::to_string(size),
+                           [&](std::size_t) { return ::getgrnam_r(name, entry, buffer, size, result); });
+            });
+    }
+    static std::string octal(mode_t mode) {
+        std::ostringstream text;
+        text << std::oct << mode;
+        return text.str();
     }
     static int fcntl(int descriptor, int command, ...) {
         va_list rest;
@@ -299,7 +325,8 @@ class FakeSystem {
         const unsigned mode = va_arg(rest, unsigned);
         va_end(rest);
         // Whatever lies there, it is not followed, not waited for, and nobody else's.
-        const int careful = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+        const bool isPathAlone = (flags & O_PATH) != 0;
+        const int careful = O_CLOEXEC | O_NOFOLLOW | (isPathAlone ? 0 : O_NONBLOCK | O_NOCTTY);
         EXPECT_EQ(flags & careful, careful);
         return run("open", nameOf(file), [&](std::size_t) { return ::open(file, flags, mode); });
     }

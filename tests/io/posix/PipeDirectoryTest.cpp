@@ -129,6 +129,79 @@ TEST_F(PipeDirectoryTest, TheRuntimeFolderIsMadeByAServerForItsUserAlone) {
     EXPECT_EQ(find(true), EPERM);
 }
 
+TEST_F(PipeDirectoryTest, TheRuntimeFolderIsLookedAtLikeTheSystemFolder) {
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    std::filesystem::create_directory(folder.file("target"));
+    std::filesystem::create_directory_symlink(folder.file("target"), runtime);
+    LogCapture log;
+    EXPECT_EQ(find(true), ELOOP);
+    EXPECT_EQ(find(false), ELOOP);
+    std::filesystem::remove(runtime);
+    std::filesystem::create_directory(runtime);
+    ASSERT_EQ(::chmod(runtime.c_str(), 0777), 0);
+    EXPECT_EQ(find(true), EPERM);
+    ASSERT_EQ(::chmod(runtime.c_str(), 01777), 0);
+    EXPECT_EQ(find(true), 0);
+    const std::string refused = "ERROR: Pipe folder " + runtime + " refused: ";
+    EXPECT_EQ(log.texts(), (Lines{refused + "it is a link.", refused + "it is a link.",
+                                  refused + "others may write to it and it has no sticky bit."}));
+}
+
+/// Runs as a user of whom the system knows nothing but the number, and gives what became of his folder in /tmp.
+int findAs(unsigned user, bool create) {
+    ChildProcess child([user, create] {
+        std::string found;
+        return ::setgid(user) == 0 && ::setuid(user) == 0 ? findPipeDirectory("/none", create, found) : 255;
+    });
+    return child.wait();
+}
+
+TEST_F(PipeDirectoryTest, TheFolderInTmpIsLookedAtLikeTheSystemFolder) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const unsigned USER = 1900000000U + static_cast<unsigned>(::getpid());
+    const std::string path = "/tmp/cvtp-" + std::to_string(USER);
+    const std::string refused = "ERROR: Pipe folder " + path + " refused: ";
+    LogCapture log;
+    EXPECT_EQ(findAs(USER, false), ENOENT);
+    EXPECT_EQ(findAs(USER, true), 0);
+    struct stat status {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFDIR | 0700U);
+    EXPECT_EQ(status.st_uid, USER);
+    EXPECT_EQ(::chmod(path.c_str(), 0722), 0);
+    EXPECT_EQ(findAs(USER, true), EPERM);
+    // A stranger was there first.
+    EXPECT_EQ(::chmod(path.c_str(), 0700), 0);
+    EXPECT_EQ(::chown(path.c_str(), NOBODY, NOBODY), 0);
+    EXPECT_EQ(findAs(USER, true), EPERM);
+    std::filesystem::remove(path);
+    std::filesystem::create_directory_symlink(folder.getPath(), path);
+    EXPECT_EQ(findAs(USER, true), ELOOP);
+    std::filesystem::remove(path);
+    EXPECT_EQ(log.texts(), (Lines{refused + "others may write to it and it has no sticky bit.",
+                                  refused + "it belongs to another user.", refused + "it is a link."}));
+}
+
+TEST_F(PipeDirectoryTest, AServerInARefusedFolderDoesNotStartAndAClientDoesNotConnect) {
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    if (std::filesystem::exists(Io::Platform::SYSTEM_PIPE_DIRECTORY)) {
+        GTEST_SKIP() << "the folder of the system comes before the user's own";
+    }
+    std::filesystem::create_directory(runtime);
+    ASSERT_EQ(::chmod(runtime.c_str(), 0777), 0);
+    const std::string refused =
+        "ERROR: Pipe folder " + runtime + " refused: others may write to it and it has no sticky bit.";
+    LogCapture log;
+    EXPECT_EQ(messageOf<Io::BindException>([] { Io::ServerCvPipe("pipe", true, true); }), "CreateNamedPipe failed");
+    EXPECT_EQ(messageOf<Io::ConnectException>([] { Io::CvPipe("pipe", true, true); }),
+              "Could not connect to pipe.");
+    EXPECT_EQ(log.texts(),
+              (Lines{refused, "ERROR: CreateNamedPipe failed: 1", refused, "ERROR: Could not open pipe. GLE=1"}));
+    EXPECT_TRUE(std::filesystem::is_empty(runtime));
+}
+
 TEST_F(PipeDirectoryTest, SomethingElseInItsPlaceIsRefused) {
     ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
     std::FILE* const file = std::fopen(runtime.c_str(), "w");

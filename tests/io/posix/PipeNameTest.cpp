@@ -30,6 +30,22 @@ TEST(PipeName, AsciiLettersBecomeSmallAndOtherBytesStay) {
     EXPECT_EQ(pipeFileName("\xC3\x84\xFF\x80", ROOM), "\xC3\x84\xFF\x80");
 }
 
+TEST(PipeName, BlanksAndUtf8StayAsTheyAre) {
+    EXPECT_EQ(pipeFileName(" a  b ", ROOM), " a  b ");
+    // The letters of other alphabets have no other case here, as bytes.
+    EXPECT_EQ(pipeFileName("Gr\xC3\xBC\xC3\x9F"
+                           "E \xC3\x84",
+                           ROOM),
+              "gr\xC3\xBC\xC3\x9F"
+              "e \xC3\x84");
+}
+
+TEST(PipeName, AHundredBytesNeedADigestWhereThePathIsShort) {
+    EXPECT_EQ(pipeFileName(std::string(100, 'a'), 100), std::string(100, 'a'));
+    EXPECT_EQ(pipeFileName(std::string(100, 'a'), ROOM).substr(0, 8), "%sha256-");
+    EXPECT_EQ(pipeFileName("a", ROOM), "a");
+}
+
 TEST(PipeName, WhatIsUnfitIsEscaped) {
     EXPECT_EQ(pipeFileName("a/b", ROOM), "a%2Fb");
     EXPECT_EQ(pipeFileName("50%", ROOM), "50%25");
@@ -62,6 +78,27 @@ TEST(PipeName, ADigestIsCutToTheRoomButNotBelowHalf) {
 
 TEST(PipeName, ALiteralNameCannotLookLikeADigest) {
     EXPECT_EQ(pipeFileName("%sha256-00", ROOM), "%25sha256-00");
+}
+
+TEST(PipeName, ComesBackFromTheFileNameInSmallLetters) {
+    std::string all;
+    for (int c = 1; c < 256; ++c) {
+        all += c >= 'A' && c <= 'Z' ? std::string() : std::string(1, static_cast<char>(c));
+    }
+    for (const std::string& name : {all, std::string("a/b"), std::string(".."), std::string("50%"),
+                                    std::string("%2f"), std::string("%sha256-00"), std::string("x%")}) {
+        EXPECT_EQ(pipeNameOf(pipeFileName(name, 1000)), name);
+    }
+    EXPECT_EQ(pipeNameOf(pipeFileName("ABC", ROOM)), "abc");
+}
+
+TEST(PipeName, ADigestIsShownAsItIs) {
+    const std::string digest = pipeFileName(std::string(200, 'a'), ROOM);
+    EXPECT_EQ(pipeNameOf(digest), digest);
+    // What no name is written as, stays.
+    for (const std::string text : {"%", "%2", "a%", "%2f", "%G0", "%0G"}) {
+        EXPECT_EQ(pipeNameOf(text), text);
+    }
 }
 
 TEST(PipeName, TheEscapedNameCounts) {

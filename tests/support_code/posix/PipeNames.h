@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <string>
 
 namespace Corvane {
@@ -12,6 +13,10 @@ class PipeNames {
 
     /// The name by which other processes know a pipe of this one, and the other way round.
     static std::string forOthers(const std::string& name) { return name; }
+
+    /// Sets a variable of the environment. Not by Poco, which leaves a variable's former text in the environment
+    /// after it has freed it; a process that is started then reads it.
+    static void setVariable(const char* name, const std::string& value) { ::setenv(name, value.c_str(), 1); }
 };
 
 }  // namespace Testing

@@ -27,6 +27,11 @@ class PipeNames {
         return std::to_string(::GetCurrentProcessId()) + "-" + name;
     }
 
+    /// Sets a variable of the environment.
+    static void setVariable(const char* name, const std::string& value) {
+        ::SetEnvironmentVariableA(name, value.c_str());
+    }
+
     /// The path by which the system knows the pipe.
     static std::string ownPath(const std::string& path) {
         const std::string prefix = Io::Platform::PIPE_PREFIX;
