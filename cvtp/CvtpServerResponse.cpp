@@ -77,8 +77,8 @@ void CvtpServerResponse::send() {
             "permitted.");
     }
     if (hasBody) {
-        bodyStream = std::make_unique<CvtpOStream>(bufferSize, false, *outputStream, writer.get());
-        writer->writeBody(*bodyStream);
+        bodyStream = std::make_unique<CvtpOStream>(bufferSize, false, *outputStream);
+        writer->writeHeadAndBody(*outputStream, *bodyStream);
     }
     bodyStream->send();
     sent = true;

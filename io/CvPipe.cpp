@@ -194,22 +194,32 @@ int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
     }
 }
 
-int CvPipe::writeChannel(const char* data, int length) {
-    std::shared_ptr<Platform::PipeChannel> channel;
-    if (getChannel(channel)) {
-        return Platform::writeChannel(channel, data, length);
+void CvPipe::writePipe(const char* buffer, int offset, int length) {
+    if (length <= 0) {
+        return;
     }
+    std::shared_ptr<Platform::PipeChannel> channel;
+    throwUnlessWritten(getChannel(channel) ? Platform::writeChannel(channel, buffer + offset, length)
+                                           : writeAborted());
+}
+
+void CvPipe::writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
+                         std::size_t piece) {
+    std::shared_ptr<Platform::PipeChannel> channel;
+    throwUnlessWritten(getChannel(channel)
+                           ? Platform::writeBlocks(channel, {first, firstLength}, {second, secondLength}, piece)
+                           : writeAborted());
+}
+
+int CvPipe::writeAborted() const {
     if (Internal::Cvtp::isInfo()) {
         Internal::Cvtp::logInfo("WriteFile aborted.");
     }
     return Platform::ABORTED;
 }
 
-void CvPipe::writePipe(const char* buffer, int offset, int length) {
-    if (length <= 0) {
-        return;
-    }
-    switch (writeChannel(buffer + offset, length)) {
+void CvPipe::throwUnlessWritten(int result) {
+    switch (result) {
         case Platform::SUCCESS:
             return;
         case Platform::WRITE_BROKEN:

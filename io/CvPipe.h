@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <istream>
 #include <memory>
@@ -105,6 +106,7 @@ class CVTP_EXPORT CvPipe {
 
  private:
     friend class ServerCvPipe;
+    friend class PipeBufferBase<char>;
 
     void connectPipe(const std::string& path, const std::string& name, bool readable, bool writable, int timeoutMs);
     void forgetFormerConnection();
@@ -118,7 +120,11 @@ class CVTP_EXPORT CvPipe {
     ///
     /// @return false after close().
     bool getChannel(std::shared_ptr<Platform::PipeChannel>& channel);
-    int writeChannel(const char* data, int length);
+    /// Writes both blocks as if `piece` bytes at a time were given to writePipe().
+    void writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
+                     std::size_t piece);
+    int writeAborted() const;
+    static void throwUnlessWritten(int result);
 
     bool readable = false;
     bool writable = false;

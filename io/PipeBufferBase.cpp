@@ -9,6 +9,13 @@
 namespace Corvane {
 namespace Io {
 
+namespace {
+
+/// A block of this size is put behind another one sooner than it is written beside it. Bytes.
+const std::streamsize COPIED_AT_MOST = 4096;
+
+}  // namespace
+
 template <class CharT, class Traits>
 PipeBufferBase<CharT, Traits>::PipeBufferBase(CvPipe* pipe, int mode)
     : pipe(pipe),
@@ -62,6 +69,11 @@ void PipeBufferBase<CharT, Traits>::adoptOneChar(const PipeBufferBase& other) {
         buffer = &oneChar;
         this->setg(buffer, buffer + used, buffer + filled);
     }
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::room() const {
+    return this->epptr() - this->pptr();
 }
 
 template <class CharT, class Traits>
@@ -147,8 +159,41 @@ typename PipeBufferBase<CharT, Traits>::int_type PipeBufferBase<CharT, Traits>::
 
 template <class CharT, class Traits>
 std::streamsize PipeBufferBase<CharT, Traits>::xsgetn(CharT* s, std::streamsize n) {
+    std::streamsize taken = 0;
+    std::streamsize count = 1;
     requireInput();
-    return std::basic_streambuf<CharT, Traits>::xsgetn(s, n);
+    while (taken < n && count > 0) {
+        count = readSome(s + taken, n - taken);
+        taken += count;
+    }
+    return taken;
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsize n) {
+    requireInput();
+    if (n <= 0) {
+        return 0;
+    }
+    if (this->gptr() == this->egptr()) {
+        if (buffer != nullptr && n >= bufferSize) {
+            const auto limit = std::min<std::streamsize>(n, std::numeric_limits<int>::max());
+            return std::max(pipe->readPipe(s, 0, static_cast<int>(limit), pipe->getReadTimeout()), 0);
+        }
+        if (Traits::eq_int_type(underflow(), Traits::eof())) {
+            return 0;
+        }
+    }
+    return pickUp(s, n);
+}
+
+/// Takes what the get area holds.
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::pickUp(CharT* s, std::streamsize n) {
+    const std::streamsize count = std::min<std::streamsize>(n, this->egptr() - this->gptr());
+    Traits::copy(s, this->gptr(), static_cast<std::size_t>(count));
+    this->gbump(static_cast<int>(count));
+    return count;
 }
 
 template <class CharT, class Traits>
@@ -162,17 +207,41 @@ std::streamsize PipeBufferBase<CharT, Traits>::xsputn(const CharT* s, std::strea
         // Not n, although all of it was written; deliberate. Whoever writes to a pipe's stream gives it a buffer.
         return 0;
     }
-    std::streamsize taken = 0;
-    for (;;) {
-        const std::streamsize fitting = std::min<std::streamsize>(n - taken, this->epptr() - this->pptr());
-        Traits::copy(this->pptr(), s + taken, static_cast<std::size_t>(fitting));
-        this->pbump(static_cast<int>(fitting));
-        taken += fitting;
-        if (taken == n || Traits::eq_int_type(overflow(Traits::to_int_type(s[taken])), Traits::eof())) {
-            return taken;
-        }
-        ++taken;
+    if (bufferSize == 0) {
+        return 0;
     }
+    std::streamsize taken = 0;
+    if (n > room()) {
+        taken = writeWholeBuffers(s, n);
+    }
+    putDown(s + taken, n - taken);
+    return n;
+}
+
+/// Writes as many whole buffers as the put area and `s` make together and still leave a byte: the put area first,
+/// then straight from the caller's memory.
+///
+/// @return how many of the bytes at `s` were written.
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::writeWholeBuffers(const CharT* s, std::streamsize n) {
+    const std::streamsize held = this->pptr() - this->pbase();
+    const std::streamsize straight = (held + n - 1) / bufferSize * bufferSize - held;
+    if (straight <= COPIED_AT_MOST && straight == room()) {
+        // For a few bytes two blocks cost more than a copy.
+        putDown(s, straight);
+        writePutArea();
+    } else {
+        pipe->writeBlocks(buffer, static_cast<std::size_t>(held), s, static_cast<std::size_t>(straight),
+                          static_cast<std::size_t>(bufferSize));
+        this->setp(buffer, buffer + bufferSize);
+    }
+    return straight;
+}
+
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::putDown(const CharT* s, std::streamsize n) {
+    Traits::copy(this->pptr(), s, static_cast<std::size_t>(n));
+    this->pbump(static_cast<int>(n));
 }
 
 template <class CharT, class Traits>

@@ -34,6 +34,15 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     PipeBufferBase& operator=(const PipeBufferBase& other);
     ~PipeBufferBase() override;
 
+    /// How many more bytes it takes before it has to write to the pipe; 0 without a buffer, and for input.
+    std::streamsize room() const;
+
+    /// Reads at least one byte and at most `n`, and waits only when none is there; many are read straight into
+    /// `s`.
+    ///
+    /// @return the number of bytes; 0 at the end of data.
+    std::streamsize readSome(CharT* s, std::streamsize n);
+
  protected:
     /// Each of these throws CvPipeException when the buffer is of the other direction.
     int_type overflow(int_type c = Traits::eof()) override;
@@ -51,6 +60,9 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     void requireInput() const;
     void requireOutput() const;
     void writePutArea();
+    std::streamsize writeWholeBuffers(const CharT* s, std::streamsize n);
+    void putDown(const CharT* s, std::streamsize n);
+    std::streamsize pickUp(CharT* s, std::streamsize n);
     void writeUnbuffered(const CharT* s, std::streamsize n);
     /// Forgets what was read ahead, or not written yet.
     void discard();

@@ -145,11 +145,11 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     std::ostream* const out = pipe->getOutputStream();
     const bool chunked = bodyStream != nullptr;
     bodyOut = std::make_unique<CvtpOStream>(client->getIntegerOption(CvtpClient::BUFFER_SIZE), chunked, *out);
-    message->writeHeaders(*out);
     if (chunked) {
+        message->writeHeaders(*out);
         copyBodyStream();
     } else {
-        message->writeBody(*bodyOut);
+        message->writeHeadAndBody(*out, *bodyOut);
     }
     bodyOut->send();
     return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;

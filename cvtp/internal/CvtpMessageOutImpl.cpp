@@ -8,6 +8,7 @@
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/StreamUtil.h"
 #include "io/Exceptions.h"
+#include "io/PipeBufferBase.h"
 #include "support/StringUtils.h"
 
 namespace Corvane {
@@ -18,6 +19,12 @@ namespace {
 
 /// With its CR LF.
 const std::size_t MAX_HEADER_LINE = 2048;
+
+/// How many bytes `out` takes before anything leaves it, -1 when it is not the stream of a pipe.
+std::streamsize roomOf(const std::ostream& out) {
+    const auto* const buffer = dynamic_cast<const Io::PipeBufferBase<char>*>(out.rdbuf());
+    return buffer == nullptr ? -1 : buffer->room();
+}
 
 }  // namespace
 
@@ -76,7 +83,19 @@ void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     }
     const std::string head = composeHead();
     writeHead(out, head);
-    report(head);
+    commit(out, head);
+}
+
+void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, std::ostream& body) {
+    const std::string head = composeHead();
+    writeHead(out, head);
+    if (getBodyLength() <= roomOf(out)) {
+        writeBody(body);
+        commit(out, head);
+    } else {
+        commit(out, head);
+        writeBody(body);
+    }
 }
 
 std::string CvtpMessageOutImpl::composeHead() const {
@@ -112,9 +131,14 @@ void CvtpMessageOutImpl::appendHeaderLine(std::string& head, const CvtpHeader& h
 void CvtpMessageOutImpl::writeHead(std::ostream& out, const std::string& head) {
     StreamUtil::requireWritable(out);
     out.write(head.data(), static_cast<std::streamsize>(head.size()));
+}
+
+/// The head has left when the stream was flushed.
+void CvtpMessageOutImpl::commit(std::ostream& out, const std::string& head) {
     out.flush();
     StreamUtil::requireWritable(out);
     committed = true;
+    report(head);
 }
 
 void CvtpMessageOutImpl::report(const std::string& head) const {

@@ -46,6 +46,12 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     /// @throws Io::CvPipeException the stream has failed; and what the stream throws.
     void writeHeaders(std::ostream& out) override;
 
+    /// Writes the head and, into `body`, which stands on `out`, the bytes given to setBody(). Where both fit into
+    /// the buffer of a pipe they leave it in one piece, and the head counts as committed when they have.
+    ///
+    /// @throws as writeHeaders().
+    void writeHeadAndBody(std::ostream& out, std::ostream& body);
+
  private:
     struct Free {
         void operator()(char* bytes) const { std::free(bytes); }
@@ -53,7 +59,8 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
 
     std::string composeHead() const;
     static void appendHeaderLine(std::string& head, const CvtpHeader& header);
-    void writeHead(std::ostream& out, const std::string& head);
+    static void writeHead(std::ostream& out, const std::string& head);
+    void commit(std::ostream& out, const std::string& head);
     void report(const std::string& head) const;
 
     Corvane::Cvtp::CvtpMessageOut* owner;

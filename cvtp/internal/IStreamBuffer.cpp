@@ -5,10 +5,30 @@
 #include "cvtp/internal/FramingNumbers.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/TransferSummary.h"
+#include "io/PipeBufferBase.h"
 
 namespace Corvane {
 namespace Internal {
 namespace Cvtp {
+
+namespace {
+
+/// Reads at least one byte and at most n, and waits only when none is there; none only at the end.
+template <class CharT>
+std::size_t readSome(std::basic_streambuf<CharT>& source, CharT* target, std::streamsize n) {
+    using Traits = typename std::basic_streambuf<CharT>::traits_type;
+    if (auto* const pipe = dynamic_cast<Io::PipeBufferBase<CharT>*>(&source)) {
+        // Straight from the pipe where it can be.
+        return static_cast<std::size_t>(pipe->readSome(target, n));
+    }
+    if (Traits::eq_int_type(source.sgetc(), Traits::eof())) {
+        return 0;
+    }
+    const std::streamsize there = std::max<std::streamsize>(source.in_avail(), 1);
+    return static_cast<std::size_t>(source.sgetn(target, std::min(n, there)));
+}
+
+}  // namespace
 
 template <class CharT>
 IStreamBuffer<CharT>::IStreamBuffer(std::basic_istream<CharT>& stream, std::int64_t length, int bufferSize)
@@ -101,13 +121,11 @@ std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
 
 template <class CharT>
 std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n) {
-    std::basic_streambuf<CharT>& source = *stream.rdbuf();
-    if (Traits::eq_int_type(source.sgetc(), Traits::eof())) {
+    const std::uint64_t size = std::min<std::uint64_t>(n, remaining);
+    const std::size_t count = readSome(*stream.rdbuf(), target, static_cast<std::streamsize>(size));
+    if (count == 0) {
         return 0;
     }
-    const std::uint64_t there = static_cast<std::uint64_t>(std::max<std::streamsize>(source.in_avail(), 1));
-    const std::uint64_t size = std::min({static_cast<std::uint64_t>(n), remaining, there});
-    const std::size_t count = static_cast<std::size_t>(source.sgetn(target, static_cast<std::streamsize>(size)));
     remaining -= count;
     bytesRead += count;
     if (remaining == 0) {

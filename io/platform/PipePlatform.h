@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -72,6 +73,18 @@ int readChannel(const ChannelHandle& channel, char* buffer, int length, int time
 ///
 /// @return SUCCESS, WRITE_FAILED, WRITE_TIMED_OUT, WRITE_BROKEN or ABORTED. A null channel is WRITE_FAILED.
 int writeChannel(const ChannelHandle& channel, const char* buffer, int length);
+
+/// Bytes of somebody else's.
+struct Block {
+    const char* data;
+    std::size_t length;
+};
+
+/// Writes two blocks, one behind the other, in as few calls of the system as it can. The other end may take them as
+/// slowly as if each `piece` bytes were given to writeChannel().
+///
+/// @return as writeChannel().
+int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece);
 
 /// Ends the operations that are pending and all later ones. A null channel is only logged.
 int closeChannel(const ChannelHandle& channel);

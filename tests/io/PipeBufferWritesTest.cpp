@@ -1,4 +1,4 @@
-// What a pipe's stream buffer passes to its pipe, call by call. The pipe here is not the library's: it only notes
+// What a pipe's stream buffer asks of its pipe, call by call. The pipe here is not the library's: it only notes
 // what it is asked to do. So blocks can be written that would take the real one long, and failures be had for the
 // asking.
 
@@ -28,7 +28,40 @@ void PrintTo(const Write& write, std::ostream* out) {
     *out << static_cast<const void*>(write.data) << " " << write.length;
 }
 
+struct Blocks {
+    const char* first;
+    std::size_t firstLength;
+    const char* second;
+    std::size_t secondLength;
+    std::size_t piece;
+
+    bool operator==(const Blocks& other) const {
+        return first == other.first && firstLength == other.firstLength && second == other.second &&
+               secondLength == other.secondLength && piece == other.piece;
+    }
+};
+
+void PrintTo(const Blocks& blocks, std::ostream* out) {
+    *out << static_cast<const void*>(blocks.first) << " " << blocks.firstLength << " "
+         << static_cast<const void*>(blocks.second) << " " << blocks.secondLength << " " << blocks.piece;
+}
+
+struct Read {
+    const char* buffer;
+    int length;
+
+    bool operator==(const Read& other) const { return buffer == other.buffer && length == other.length; }
+};
+
+void PrintTo(const Read& read, std::ostream* out) {
+    *out << static_cast<const void*>(read.buffer) << " " << read.length;
+}
+
 std::vector<Write> writes;
+std::vector<Blocks> blocks;
+std::vector<Read> reads;
+/// What each read delivers, one after another; then the end of data.
+std::vector<std::string> incoming;
 bool isBroken = false;
 
 }  // namespace
@@ -44,12 +77,26 @@ int CvPipe::getReadTimeout() {
     return readTimeout;
 }
 
-int CvPipe::readPipe(char*, int, int, int) {
-    return -1;
+int CvPipe::readPipe(char* buffer, int offset, int length, int) {
+    Testing::reads.push_back({buffer + offset, length});
+    if (Testing::incoming.empty()) {
+        return -1;
+    }
+    const std::string data = Testing::incoming.front();
+    Testing::incoming.erase(Testing::incoming.begin());
+    return static_cast<int>(data.copy(buffer + offset, static_cast<std::size_t>(length)));
 }
 
 void CvPipe::writePipe(const char* buffer, int offset, int length) {
     Testing::writes.push_back({buffer + offset, length});
+    if (Testing::isBroken) {
+        throw BrokenPipeException("Pipe was closed at other end.");
+    }
+}
+
+void CvPipe::writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
+                         std::size_t piece) {
+    Testing::blocks.push_back({first, firstLength, second, secondLength, piece});
     if (Testing::isBroken) {
         throw BrokenPipeException("Pipe was closed at other end.");
     }
@@ -61,16 +108,22 @@ namespace Testing {
 namespace {
 
 using Writes = std::vector<Write>;
+using AllBlocks = std::vector<Blocks>;
+using Reads = std::vector<Read>;
 
 class PipeBufferWrites : public ::testing::Test {
  protected:
     PipeBufferWrites() {
         writes.clear();
+        blocks.clear();
+        reads.clear();
+        incoming.clear();
         isBroken = false;
     }
 
     Io::CvPipe pipe;
     Io::PipeBufferBase<char> out{&pipe, static_cast<int>(std::ios_base::out)};
+    Io::PipeBufferBase<char> in{&pipe, static_cast<int>(std::ios_base::in)};
     char memory[8] = {};
 };
 
@@ -99,6 +152,95 @@ TEST_F(PipeBufferWrites, AFailedWriteKeepsWhatWasToBeWritten) {
     EXPECT_EQ(out.pubsync(), 0);
     EXPECT_EQ(writes, (Writes{{memory, 3}, {memory, 8}, {memory, 8}}));
     EXPECT_EQ(std::string(memory, 8), "abcdefgh");
+}
+
+TEST_F(PipeBufferWrites, WholeBuffersAreWrittenStraightFromTheCallersMemory) {
+    const std::string text = "defghijklmnopqrstuvwxyz";
+    out.pubsetbuf(memory, 8);
+    EXPECT_EQ(out.sputn("abc", 3), 3);
+    EXPECT_EQ(out.sputn(text.data(), 23), 23);
+    EXPECT_EQ(blocks, (AllBlocks{{memory, 3, text.data(), 21, 8}}));
+    EXPECT_EQ(writes, Writes());
+    EXPECT_EQ(out.pubsync(), 0);
+    EXPECT_EQ(writes, (Writes{{memory, 2}}));
+    EXPECT_EQ(std::string(memory, 2), "yz");
+}
+
+TEST_F(PipeBufferWrites, TheLastBufferStaysUntilOneMoreByteComes) {
+    const std::string text(32, 'x');
+    out.pubsetbuf(memory, 8);
+    EXPECT_EQ(out.sputn(text.data(), 32), 32);
+    EXPECT_EQ(blocks, (AllBlocks{{memory, 0, text.data(), 24, 8}}));
+    EXPECT_EQ(out.room(), 0);
+    EXPECT_EQ(out.sputc('y'), 'y');
+    EXPECT_EQ(writes, (Writes{{memory, 8}}));
+    EXPECT_EQ(out.room(), 7);
+}
+
+TEST_F(PipeBufferWrites, ABufferThatAFewBytesFillIsWrittenByItself) {
+    out.pubsetbuf(memory, 8);
+    EXPECT_EQ(out.sputn("abcde", 5), 5);
+    EXPECT_EQ(out.sputn("fghi", 4), 4);
+    EXPECT_EQ(writes, (Writes{{memory, 8}}));
+    EXPECT_EQ(blocks, AllBlocks());
+    EXPECT_EQ(out.room(), 7);
+}
+
+TEST_F(PipeBufferWrites, ALargeBufferIsNotFilledByACopy) {
+    const std::unique_ptr<char[]> large(new char[5000]);
+    const std::string text(5001, 'x');
+    out.pubsetbuf(large.get(), 5000);
+    EXPECT_EQ(out.sputn(text.data(), 5001), 5001);
+    EXPECT_EQ(blocks, (AllBlocks{{large.get(), 0, text.data(), 5000, 5000}}));
+    EXPECT_EQ(out.room(), 4999);
+}
+
+TEST_F(PipeBufferWrites, BlocksThatFailedLeaveTheBufferAsItWas) {
+    const std::string text(20, 'x');
+    out.pubsetbuf(memory, 8);
+    EXPECT_EQ(out.sputn("abc", 3), 3);
+    isBroken = true;
+    EXPECT_THROW(out.sputn(text.data(), 20), Io::BrokenPipeException);
+    EXPECT_EQ(out.room(), 5);
+    EXPECT_EQ(std::string(memory, 3), "abc");
+}
+
+TEST_F(PipeBufferWrites, HasNoRoomWithoutABufferNorForInput) {
+    EXPECT_EQ(out.room(), 0);
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.room(), 0);
+}
+
+TEST_F(PipeBufferWrites, AReadOfABufferOrMoreGoesStraightIntoTheCallersMemory) {
+    char target[20] = {};
+    incoming = {"abc", "defghijkl", "mnop"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.sgetn(target, 14), 14);
+    // What is left to read after the second is less than a buffer.
+    EXPECT_EQ(reads, (Reads{{target, 14}, {target + 3, 11}, {memory, 8}}));
+    EXPECT_EQ(std::string(target, 14), "abcdefghijklmn");
+    EXPECT_EQ(in.sgetn(target, 14), 2);
+    EXPECT_EQ(std::string(target, 2), "op");
+}
+
+TEST_F(PipeBufferWrites, WhatWasReadAheadComesFirst) {
+    char target[20] = {};
+    incoming = {"abcdef", "ghijklmnopqrst"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.sbumpc(), 'a');
+    EXPECT_EQ(in.readSome(target, 20), 5);
+    EXPECT_EQ(std::string(target, 5), "bcdef");
+    EXPECT_EQ(in.readSome(target, 20), 14);
+    EXPECT_EQ(in.readSome(target, 20), 0);
+    EXPECT_EQ(reads, (Reads{{memory, 8}, {target, 20}, {target, 20}}));
+}
+
+TEST_F(PipeBufferWrites, ReadsNothingWhenNothingIsAskedFor) {
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.readSome(memory, 0), 0);
+    EXPECT_EQ(in.readSome(memory, -1), 0);
+    EXPECT_EQ(reads, Reads());
+    EXPECT_THROW(out.readSome(memory, 1), Io::CvPipeException);
 }
 
 TEST_F(PipeBufferWrites, ABlockOfLessThanNothingIsNothing) {

@@ -21,6 +21,12 @@ namespace {
 
 using namespace Internal::Cvtp;
 
+/// A write of so many bytes asks for a larger send buffer of the socket. Bytes.
+const std::size_t LARGE_WRITE = 16 * 1024;
+
+/// Lets the other end take large bodies in long runs; beyond this nothing is gained. Bytes.
+const int SEND_BUFFER_SIZE = 1024 * 1024;
+
 /// There is no event here, but the line of the log keeps its form.
 const char* const NO_EVENT = "-1";
 
@@ -75,6 +81,16 @@ void logClose(int descriptor) {
 void logCloseFailed(int error) {
     if (isInfo()) {
         logInfo("CvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
+    }
+}
+
+/// Takes what was written off both blocks.
+void drop(Block& first, Block& second, std::size_t count) {
+    for (Block* const block : {&first, &second}) {
+        const std::size_t taken = std::min(count, block->length);
+        block->data += taken;
+        block->length -= taken;
+        count -= taken;
     }
 }
 
@@ -153,22 +169,31 @@ int PipeChannel::writeFailed(int error, bool waited) const {
 }
 
 int PipeChannel::write(const char* buffer, int length) {
+    const std::size_t size = static_cast<std::size_t>(length);
+    return write({nullptr, 0}, {buffer, size}, size);
+}
+
+int PipeChannel::write(Block first, Block second, std::size_t piece) {
     if (closed.load()) {
         return writeAborted();
     }
     if (!writable) {
         return writeFailed(EACCES, false);
     }
-    const std::size_t total = static_cast<std::size_t>(length);
-    std::size_t written = 0;
     // Most writes fit at once and never ask for the time.
     std::optional<Deadline> deadline;
     bool waited = false;
-    while (written < total) {
-        const ssize_t count = SocketCalls::sendNow(socket.get(), buffer + written, total - written);
+    std::size_t sinceDeadline = 0;
+    while (first.length + second.length > 0) {
+        const ssize_t count = send(first, second);
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
-            written += static_cast<std::size_t>(count);
+            drop(first, second, static_cast<std::size_t>(count));
+            sinceDeadline += static_cast<std::size_t>(count);
+            if (sinceDeadline >= piece) {
+                sinceDeadline %= piece;
+                deadline.reset();
+            }
             waited = false;
         } else if (count == 0) {
             return wroteNothing(waited);
@@ -183,6 +208,22 @@ int PipeChannel::write(const char* buffer, int length) {
         }
     }
     return SUCCESS;
+}
+
+ssize_t PipeChannel::send(const Block& first, const Block& second) {
+    if (first.length + second.length >= LARGE_WRITE && !widened) {
+        widen();
+    }
+    if (first.length == 0) {
+        return SocketCalls::sendNow(socket.get(), second.data, second.length);
+    }
+    return SocketCalls::sendNow(socket.get(), first, second);
+}
+
+/// Not for each connection: most never write so much. A socket that stays as it was is slower, no more.
+void PipeChannel::widen() {
+    widened = true;
+    static_cast<void>(SocketCalls::setSendBuffer(socket.get(), SEND_BUFFER_SIZE));
 }
 
 /// Waits, after a try that found no room; the first time sets the deadline. Also SUCCESS at the deadline, for a
@@ -219,6 +260,10 @@ int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
         return SUCCESS;
     }
     return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", EBADF);
+}
+
+int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece) {
+    return channel ? channel->write(first, second, piece) : writeFailed("WriteFile error: ", EBADF);
 }
 
 int closeChannel(const ChannelHandle& channel) {

@@ -28,11 +28,16 @@ class PipeChannel {
     /// See writeChannel().
     int write(const char* buffer, int length);
 
+    /// See writeBlocks().
+    int write(Block first, Block second, std::size_t piece);
+
     /// See closeChannel().
     void close();
 
  private:
     bool applyReceiveTimeout(int timeoutMs);
+    void widen();
+    ssize_t send(const Block& first, const Block& second);
     int waitForRoom(std::optional<Deadline>& deadline) const;
     int writeFailed(int error, bool waited) const;
 
@@ -42,6 +47,8 @@ class PipeChannel {
     /// The process that made it. A child that was forked shares the socket and must not end it for its parent.
     const pid_t owner;
     std::atomic<bool> closed{false};
+    /// The send buffer of the socket was made larger.
+    bool widened = false;
     /// What the socket's receive timeout is at present, in milliseconds; saves a system call for each read.
     int receiveTimeout = 0;
 };

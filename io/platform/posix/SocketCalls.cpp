@@ -63,6 +63,24 @@ ssize_t sendNow(int socket, const char* buffer, std::size_t length) {
     return calls().send(socket, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+ssize_t sendNow(int socket, const Block& first, const Block& second) {
+    iovec parts[2];
+    msghdr message{};
+    message.msg_iov = parts;
+    for (const Block& block : {first, second}) {
+        if (block.length > 0) {
+            // The system only reads it, but its structure serves reading and writing.
+            parts[message.msg_iovlen].iov_base = const_cast<char*>(block.data);
+            parts[message.msg_iovlen++].iov_len = block.length;
+        }
+    }
+    return calls().sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+int setSendBuffer(int socket, int size) {
+    return calls().setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
+}
+
 int waitFor(int descriptor, short events, int timeoutMs) {
     pollfd entry{descriptor, events, 0};
     const int ready = calls().poll(&entry, 1, timeoutMs);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 
+#include "io/platform/PipePlatform.h"
 #include "io/platform/posix/FileDescriptor.h"
 
 /// What the transport does with sockets, in terms of the calls of the system. Each reports as the system does: a
@@ -34,6 +35,12 @@ ssize_t receive(int socket, char* buffer, std::size_t length);
 
 /// Sends what fits at once, and raises no signal when the other end is gone.
 ssize_t sendNow(int socket, const char* buffer, std::size_t length);
+
+/// The same for two blocks, the first of which may be empty.
+ssize_t sendNow(int socket, const Block& first, const Block& second);
+
+/// Lets the socket hold so many bytes that the other end has not taken yet.
+int setSendBuffer(int socket, int size);
 
 /// poll() for a single descriptor; -1 as timeout waits forever. The result is what has happened, 0 after the
 /// timeout.

@@ -33,6 +33,7 @@ struct SystemCalls {
     int (*connect)(int socket, const sockaddr* address, socklen_t length) = &::connect;
     ssize_t (*recv)(int socket, void* buffer, std::size_t length, int flags) = &::recv;
     ssize_t (*send)(int socket, const void* buffer, std::size_t length, int flags) = &::send;
+    ssize_t (*sendmsg)(int socket, const msghdr* message, int flags) = &::sendmsg;
     int (*poll)(pollfd* entries, nfds_t count, int timeoutMs) = &::poll;
     int (*setsockopt)(int socket, int level, int option, const void* value, socklen_t length) = &::setsockopt;
     int (*shutdown)(int socket, int how) = &::shutdown;

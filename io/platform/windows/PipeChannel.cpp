@@ -277,6 +277,19 @@ int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
     return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
 }
 
+int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece) {
+    for (const Block& block : {first, second}) {
+        for (std::size_t written = 0; written < block.length; written += piece) {
+            const std::size_t length = std::min(piece, block.length - written);
+            const int result = writeChannel(channel, block.data + written, static_cast<int>(length));
+            if (result != SUCCESS) {
+                return result;
+            }
+        }
+    }
+    return SUCCESS;
+}
+
 int closeChannel(const ChannelHandle& channel) {
     if (channel) {
         channel->close();

@@ -203,7 +203,8 @@ TEST_F(CloseStormTest, AReadIsInterruptedOrHasItsResult) {
 
 TEST_F(CloseStormTest, AWriteIsInterrupted) {
     const int ROUNDS = 2000;
-    const std::string text(1000000, 'x');
+    // More than the pipe ever holds.
+    const std::string text(4000000, 'x');
     DescriptorChurn churn(2);
     ServerCvPipe server("pipe", true, true);
     Worker worker;

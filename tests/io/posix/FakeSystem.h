@@ -227,17 +227,42 @@ class FakeSystem {
             return run("send", std::to_string(length),
                        [&](std::size_t limit) { return ::send(socket, buffer, std::min(length, limit), flags); });
         });
+        use(table.sendmsg, "sendmsg", &FakeSystem::sendmsg);
         use(table.poll, "poll", [](pollfd* entries, nfds_t count, int timeoutMs) {
             instance->noteWait(timeoutMs);
             return poll(entries, count, timeoutMs);
         });
         use(table.setsockopt, "setsockopt",
             [](int socket, int level, int option, const void* value, socklen_t length) {
-                const timeval time = *static_cast<const timeval*>(value);
-                instance->noteWait(static_cast<int>(time.tv_sec * 1000 + time.tv_usec / 1000));
-                return run("setsockopt", option == SO_RCVTIMEO ? "SO_RCVTIMEO" : "SO_SNDTIMEO",
+                return run("setsockopt", optionText(option, value),
                            [&](std::size_t) { return ::setsockopt(socket, level, option, value, length); });
             });
+    }
+    static std::string optionText(int option, const void* value) {
+        if (option == SO_SNDBUF) {
+            return "SO_SNDBUF " + std::to_string(*static_cast<const int*>(value));
+        }
+        const timeval time = *static_cast<const timeval*>(value);
+        instance->noteWait(static_cast<int>(time.tv_sec * 1000 + time.tv_usec / 1000));
+        return option == SO_RCVTIMEO ? "SO_RCVTIMEO" : "SO_SNDTIMEO";
+    }
+    static ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+        std::string lengths;
+        for (std::size_t i = 0; i < message->msg_iovlen; ++i) {
+            lengths += (i == 0 ? "" : "+") + std::to_string(message->msg_iov[i].iov_len);
+        }
+        return run("sendmsg", lengths, [&](std::size_t limit) {
+            // The first bytes of all parts together.
+            iovec parts[2];
+            msghdr part = *message;
+            part.msg_iov = parts;
+            for (std::size_t i = 0; i < message->msg_iovlen; ++i) {
+                parts[i] = message->msg_iov[i];
+                parts[i].iov_len = std::min(parts[i].iov_len, limit);
+                limit -= parts[i].iov_len;
+            }
+            return ::sendmsg(socket, &part, flags);
+        });
     }
     /// A result that was asked for is what has happened to the descriptor.
     static int poll(pollfd* entries, nfds_t count, int timeoutMs) {

@@ -1,0 +1,167 @@
+// Large blocks go to the system, and come from it, without a copy in between and in few calls.
+
+#include <gmock/gmock.h>
+#include <poll.h>
+
+#include <cerrno>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/io/posix/FakeSystem.h"
+
+namespace Corvane {
+namespace Testing {
+namespace {
+
+using namespace Io;
+using ::testing::ElementsAre;
+
+/// No two pieces of it are the same.
+std::string numbered(std::size_t size) {
+    std::string text;
+    for (int i = 0; text.size() < size; ++i) {
+        text += std::to_string(i) + ",";
+    }
+    text.resize(size);
+    return text;
+}
+
+class StraightTransferTest : public FaultTest {
+ protected:
+    StraightTransferTest() {
+        connection.client.getOutputStream()->rdbuf()->pubsetbuf(outMemory, sizeof outMemory);
+        connection.accepted.getInputStream()->rdbuf()->pubsetbuf(inMemory, sizeof inMemory);
+    }
+    void TearDown() override {
+        connection.client.close();
+        connection.accepted.close();
+    }
+
+    std::string received(std::size_t size) {
+        std::string text(size, ' ');
+        connection.accepted.getInputStream()->read(&text[0], static_cast<std::streamsize>(size));
+        return text;
+    }
+
+    char outMemory[4096];
+    char inMemory[4096];
+    Connection connection;
+    std::ostream& out = *connection.client.getOutputStream();
+};
+
+TEST_F(StraightTransferTest, WhatWasHeldBackGoesOutWithTheCallersBlock) {
+    const std::string text = numbered(10007);
+    FakeSystem system;
+    out.write(text.data(), 7);
+    out.write(text.data() + 7, 10000);
+    EXPECT_EQ(system.getMade(), Lines{"sendmsg(7+8185)"});
+    out.flush();
+    EXPECT_EQ(system.getMade(), (Lines{"sendmsg(7+8185)", "send(1815)"}));
+    EXPECT_EQ(received(10007), text);
+}
+
+TEST_F(StraightTransferTest, ABlockAloneGoesOutInOneCall) {
+    const std::string text = numbered(10000);
+    FakeSystem system;
+    out.write(text.data(), 10000);
+    out.flush();
+    EXPECT_EQ(system.getMade(), (Lines{"send(8192)", "send(1808)"}));
+    EXPECT_EQ(received(10000), text);
+}
+
+TEST_F(StraightTransferTest, ALargeWriteAsksOnceForALargerSendBuffer) {
+    const std::string text = numbered(20000);
+    FakeSystem system;
+    out.write(text.data(), 16383);
+    EXPECT_EQ(system.madeOf("setsockopt"), Lines());
+    out.write(text.data() + 16383, 3617);
+    out.flush();
+    EXPECT_EQ(received(20000), text);
+    out.write(text.data(), 20000);
+    EXPECT_EQ(system.madeOf("setsockopt"), Lines{"setsockopt(SO_SNDBUF 1048576)"});
+    out.write(text.data(), 20000);
+    EXPECT_EQ(system.madeOf("setsockopt"), Lines{"setsockopt(SO_SNDBUF 1048576)"});
+}
+
+TEST_F(StraightTransferTest, ASendBufferThatStaysSmallIsNoFailure) {
+    const std::string text = numbered(20000);
+    FakeSystem system;
+    LogCapture log;
+    system.on("setsockopt", {failure(EPERM)});
+    out.write(text.data(), 20000);
+    out.flush();
+    EXPECT_EQ(received(20000), text);
+    EXPECT_EQ(log.texts(), Lines());
+}
+
+TEST_F(StraightTransferTest, BlocksThatAreTakenInPartGoOnWhereTheyStopped) {
+    const std::string text = numbered(12288 + 5);
+    FakeSystem system;
+    system.on("sendmsg", {moving(3), failure(EINTR), moving(4)});
+    system.on("send", {moving(100)});
+    out.write(text.data(), 5);
+    out.write(text.data() + 5, 12288);
+    out.flush();
+    EXPECT_EQ(system.getMade(), (Lines{"sendmsg(5+12283)", "sendmsg(2+12283)", "sendmsg(2+12283)", "send(12281)",
+                                       "send(12181)", "send(5)"}));
+    EXPECT_EQ(received(12293), text);
+}
+
+TEST_F(StraightTransferTest, EachBufferOfABlockHasTheTimeOfAWriteOfItsOwn) {
+    const std::string text = numbered(3 * 4096 + 1);
+    FakeSystem system;
+    system.freezeTime();
+    system.on("send", {moving(4095), failure(EAGAIN), moving(1), failure(EAGAIN), moving(5000), failure(EAGAIN),
+                       failure(EAGAIN)});
+    system.on("poll", {Answer{0, POLLOUT, system.after(9999)}, Answer{0, POLLOUT, system.after(9998)},
+                       Answer{0, 0, system.after(10000)}});
+    EXPECT_EQ(messageOf<TimeoutException>([&] { out.write(text.data(), 3 * 4096 + 1); }), "Pipe write timed out");
+    // The last wait is for the rest of the third buffer.
+    EXPECT_THAT(system.getWaits(), ElementsAre(10000, 10000, 10000));
+    EXPECT_EQ(received(4096 + 5000), text.substr(0, 4096 + 5000));
+}
+
+TEST_F(StraightTransferTest, TheTimeOfABufferDoesNotBeginAnewWithinIt) {
+    const std::string text = numbered(3 * 4096 + 1);
+    FakeSystem system;
+    system.freezeTime();
+    system.on("send", {moving(4000), failure(EAGAIN), moving(95), failure(EAGAIN), failure(EAGAIN)});
+    system.on("poll", {Answer{0, POLLOUT, system.after(4000)}, Answer{0, 0, system.after(6000)}});
+    EXPECT_EQ(messageOf<TimeoutException>([&] { out.write(text.data(), 3 * 4096 + 1); }), "Pipe write timed out");
+    EXPECT_THAT(system.getWaits(), ElementsAre(10000, 6000));
+}
+
+TEST_F(StraightTransferTest, ALargeReadNeedsNoBufferInBetween) {
+    const std::string text = numbered(20000);
+    out.write(text.data(), 20000);
+    out.flush();
+    FakeSystem system;
+    EXPECT_EQ(received(20000), text);
+    EXPECT_EQ(system.madeOf("recv"), Lines{"recv(20000)"});
+}
+
+TEST_F(StraightTransferTest, BlocksToAPipeThatWasClosedAreAborted) {
+    const std::string text = numbered(20000);
+    connection.client.close();
+    LogCapture log;
+    EXPECT_EQ(messageOf<InterruptedException>([&] { out.write(text.data(), 20000); }), "Pipe write aborted.");
+    EXPECT_EQ(log.texts(), Lines{"INFO: WriteFile aborted."});
+}
+
+TEST_F(StraightTransferTest, BlocksToAPipeThatIsNotOpenFail) {
+    CvPipe pipe;
+    pipe.bind("none", false, true);
+    char memory[8];
+    pipe.getOutputStream()->rdbuf()->pubsetbuf(memory, sizeof memory);
+    LogCapture log;
+    EXPECT_EQ(messageOf<CvPipeException>([&] { pipe.getOutputStream()->write("0123456789abcdefgh", 18); }),
+              "Pipe write failed");
+    EXPECT_EQ(log.texts(), Lines{"ERROR: WriteFile error: 9"});
+}
+
+}  // namespace
+}  // namespace Testing
+}  // namespace Corvane
