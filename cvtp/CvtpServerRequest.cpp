@@ -36,8 +36,8 @@ CvtpServerRequest::~CvtpServerRequest() = default;
 
 std::string CvtpServerRequest::getMethod() {
     try {
-        const std::string line = getStartLine();
-        return line.substr(0, line.find(' '));
+        const std::string& line = message->receivedStartLine();
+        return line.empty() ? METHOD_NONE : line.substr(0, line.find(' '));
     } catch (const Io::CvPipeException&) {
         return METHOD_NONE;
     }
@@ -83,6 +83,10 @@ std::istream* CvtpServerRequest::getBodyStream() {
 
 void CvtpServerRequest::awaitStartLine() {
     message->awaitStartLine();
+}
+
+void CvtpServerRequest::readHead() {
+    static_cast<void>(message->receivedStartLine());
 }
 
 bool CvtpServerRequest::hasStartLine() const {

@@ -64,6 +64,7 @@ class CVTP_EXPORT CvtpServerRequest : public CvtpMessageIn {
     friend class Internal::Cvtp::RequestWorker;
 
     void awaitStartLine();
+    void readHead();
     bool hasStartLine() const;
 
     CvtpServer* server;

@@ -56,7 +56,10 @@ void CvtpServerResponse::setReasonPhrase(const std::string& reason) {
 }
 
 std::ostream* CvtpServerResponse::getBodyStream() {
-    if (bodyStream == nullptr) {
+    if (bodyStream == nullptr && bodyBegun) {
+        bodyStream = std::make_unique<CvtpOStream>(bufferSize, false, *outputStream);
+        bodyStream->seal();
+    } else if (bodyStream == nullptr) {
         writer->setHeader(HEADER_TRANSFER_ENCODING, HEADER_CHUNKED_ENCODING);
         bodyStream = std::make_unique<CvtpOStream>(bufferSize, true, *outputStream, writer.get());
     }
@@ -71,16 +74,18 @@ void CvtpServerResponse::send() {
             "Neither the setBody or getBodyStream methods were called. Body data must be provided by one of these "
             "method.");
     }
-    if (hasBody && bodyStream != nullptr) {
+    if (hasBody && (bodyStream != nullptr || bodyBegun)) {
         logAndThrow<IllegalStateException>(
             "Both the setBody and getBodyStream methods were called. Only one method of providing body data is "
             "permitted.");
     }
     if (hasBody) {
-        bodyStream = std::make_unique<CvtpOStream>(bufferSize, false, *outputStream);
-        writer->writeHeadAndBody(*outputStream, *bodyStream);
+        bodyBegun = true;
+        Internal::Cvtp::CVTP_OBufferWriter body(bufferSize, false, *outputStream, nullptr);
+        writer->writeHeadAndBody(*outputStream, body);
+    } else {
+        bodyStream->send();
     }
-    bodyStream->send();
     sent = true;
 }
 

@@ -89,6 +89,8 @@ class CVTP_EXPORT CvtpServerResponse : public CvtpMessageOut {
     /// Taken from the server at construction: a handler that outlasts its server may still write.
     std::int32_t bufferSize;
     bool sent = false;
+    /// The bytes given to setBody() were on their way, whatever became of them.
+    bool bodyBegun = false;
 };
 
 }  // namespace Cvtp

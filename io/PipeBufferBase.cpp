@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <typeinfo>
 
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
@@ -69,6 +70,24 @@ void PipeBufferBase<CharT, Traits>::adoptOneChar(const PipeBufferBase& other) {
         buffer = &oneChar;
         this->setg(buffer, buffer + used, buffer + filled);
     }
+}
+
+template <class CharT, class Traits>
+PipeBufferBase<CharT, Traits>* PipeBufferBase<CharT, Traits>::from(std::basic_streambuf<CharT, Traits>* buffer) {
+    // Comparing types costs a fraction of a dynamic_cast, and each message asks. A class that derives from this one
+    // is taken for any other buffer.
+    return buffer != nullptr && typeid(*buffer) == typeid(PipeBufferBase) ? static_cast<PipeBufferBase*>(buffer)
+                                                                          : nullptr;
+}
+
+template <class CharT, class Traits>
+std::basic_string_view<CharT, Traits> PipeBufferBase<CharT, Traits>::ahead() const {
+    return {this->gptr(), static_cast<std::size_t>(this->egptr() - this->gptr())};
+}
+
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::skip(std::size_t n) {
+    this->gbump(static_cast<int>(std::min(n, ahead().size())));
 }
 
 template <class CharT, class Traits>

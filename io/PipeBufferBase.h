@@ -4,6 +4,7 @@
 #include <ios>
 #include <streambuf>
 #include <string>
+#include <string_view>
 
 #include "support/Export.h"
 
@@ -33,6 +34,14 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     PipeBufferBase(const PipeBufferBase& other);
     PipeBufferBase& operator=(const PipeBufferBase& other);
     ~PipeBufferBase() override;
+
+    /// The same buffer as what it is; null when it is not a pipe's.
+    static PipeBufferBase* from(std::basic_streambuf<CharT, Traits>* buffer);
+
+    /// What was read ahead. Valid until the next call that reads.
+    std::basic_string_view<CharT, Traits> ahead() const;
+    /// Takes the first `n` of it away.
+    void skip(std::size_t n);
 
     /// How many more bytes it takes before it has to write to the pipe; 0 without a buffer, and for input.
     std::streamsize room() const;

@@ -5,14 +5,32 @@
 namespace Corvane {
 namespace StringUtils {
 
+namespace {
+
+bool endsLine(char c) {
+    return c == '\r' || c == '\n' || c == '\0';
+}
+
+}  // namespace
+
 const char* const WHITE_SPACE = " \t\r\n\v\f";
 
 std::string trim(const std::string& text, const char* characters) {
-    const std::string::size_type first = text.find_first_not_of(characters);
-    if (first == std::string::npos) {
-        return std::string();
+    return std::string(trimmed(text, characters));
+}
+
+std::string_view trimmed(std::string_view text, std::string_view characters) {
+    // Not the searches of the library: one call of theirs for each character costs more than all of this.
+    const auto isCut = [characters](char c) {
+        return std::any_of(characters.begin(), characters.end(), [c](char cut) { return cut == c; });
+    };
+    while (!text.empty() && isCut(text.front())) {
+        text.remove_prefix(1);
     }
-    return text.substr(first, text.find_last_not_of(characters) - first + 1);
+    while (!text.empty() && isCut(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
 }
 
 std::string onOneLine(const std::string& text) {
@@ -21,9 +39,17 @@ std::string onOneLine(const std::string& text) {
     return line;
 }
 
+std::string_view onOneLine(std::string_view text, std::string& memory) {
+    if (std::none_of(text.begin(), text.end(), endsLine)) {
+        return text;
+    }
+    memory = text;
+    putOnOneLine(memory);
+    return memory;
+}
+
 void putOnOneLine(std::string& text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; }, ' ');
+    std::replace_if(text.begin(), text.end(), endsLine, ' ');
 }
 
 }  // namespace StringUtils

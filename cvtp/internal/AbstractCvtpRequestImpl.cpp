@@ -143,15 +143,16 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     }
     requireIntactStreams();
     std::ostream* const out = pipe->getOutputStream();
-    const bool chunked = bodyStream != nullptr;
-    bodyOut = std::make_unique<CvtpOStream>(client->getIntegerOption(CvtpClient::BUFFER_SIZE), chunked, *out);
-    if (chunked) {
+    const int bufferSize = client->getIntegerOption(CvtpClient::BUFFER_SIZE);
+    if (bodyStream != nullptr) {
+        bodyOut = std::make_unique<CvtpOStream>(bufferSize, true, *out);
         message->writeHeaders(*out);
         copyBodyStream();
+        bodyOut->send();
     } else {
-        message->writeHeadAndBody(*out, *bodyOut);
+        CVTP_OBufferWriter writer(bufferSize, false, *out, nullptr);
+        message->writeHeadAndBody(*out, writer);
     }
-    bodyOut->send();
     return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
 }
 

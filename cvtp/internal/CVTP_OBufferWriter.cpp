@@ -12,7 +12,7 @@ namespace Cvtp {
 
 CVTP_OBufferWriter::CVTP_OBufferWriter(int bufferSize, bool chunked, std::ostream& stream,
                                        CvtpHeaderWriter* headerWriter)
-    : inner(std::make_unique<OBufferWriter>(stream, bufferSize, chunked)),
+    : inner(stream, bufferSize, chunked),
       stream(stream),
       headerWriter(headerWriter),
       trace(isOutputTraced() ? std::make_unique<std::ostringstream>() : nullptr) {}
@@ -31,7 +31,7 @@ void CVTP_OBufferWriter::write(const char* data, std::size_t length) {
     }
     bytesWritten += length;
     StreamUtil::requireWritable(stream);
-    inner->write(data, length);
+    inner.write(data, length);
     StreamUtil::requireWritable(stream);
 }
 
@@ -41,7 +41,7 @@ void CVTP_OBufferWriter::flush() {
         return;
     }
     StreamUtil::requireWritable(stream);
-    inner->flush();
+    inner.flush();
     StreamUtil::requireWritable(stream);
 }
 
@@ -52,8 +52,12 @@ void CVTP_OBufferWriter::close() {
     start();
     flush();
     report();
-    inner->close();
+    inner.close();
     StreamUtil::requireWritable(stream);
+    sent = true;
+}
+
+void CVTP_OBufferWriter::seal() {
     sent = true;
 }
 
@@ -65,12 +69,14 @@ void CVTP_OBufferWriter::start() {
         headerWriter->writeHeaders(stream);
     }
     started = true;
-    startTime = currentMilliseconds();
+    if (isDebug()) {
+        startTime = currentMilliseconds();
+    }
 }
 
 void CVTP_OBufferWriter::report() {
     if (isDebug()) {
-        logDebug(writeSummary(bytesWritten, currentMilliseconds() - startTime));
+        logDebug(writeSummary(bytesWritten, elapsedSince(startTime)));
     }
     if (trace) {
         traceOutput(trace->str() + "\n", false);

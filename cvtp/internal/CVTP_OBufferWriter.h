@@ -29,16 +29,19 @@ class CVTP_OBufferWriter : public OWriter {
     void flush() override;
     /// Commits the head if no byte was written yet. A second call does nothing.
     void close() override;
+    /// Refuses bytes from now on as after close(), without writing any.
+    void seal();
 
  private:
     void start();
     void report();
 
-    std::unique_ptr<OBufferWriter> inner;
+    OBufferWriter inner;
     std::ostream& stream;
     bool started = false;
     bool sent = false;
     CvtpHeaderWriter* headerWriter;
+    /// Milliseconds; 0 while nobody wants to know.
     std::int64_t startTime = 0;
     std::uint64_t bytesWritten = 0;
     /// The body for the communication trace; null while output is not traced.

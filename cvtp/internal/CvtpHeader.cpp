@@ -14,30 +14,30 @@ const char* const HEADER_BLANKS = " \t\r\n";
 
 }  // namespace
 
-CvtpHeader::CvtpHeader(const std::string& name, const std::string& value) : name(StringUtils::trim(name)) {
+CvtpHeader::CvtpHeader(std::string_view name, std::string_view value)
+    : name(StringUtils::trimmed(name, StringUtils::WHITE_SPACE)) {
     addValues(value);
 }
 
-void CvtpHeader::setName(const std::string& newName) {
-    const bool bare = newName.empty() || (newName.find_first_of(HEADER_BLANKS) != 0 &&
-                                          newName.find_last_of(HEADER_BLANKS) != newName.size() - 1);
-    name = bare ? newName : StringUtils::trim(newName);
+void CvtpHeader::setName(std::string_view newName) {
+    const bool bare = StringUtils::trimmed(newName, HEADER_BLANKS).size() == newName.size();
+    name = bare ? newName : StringUtils::trimmed(newName, StringUtils::WHITE_SPACE);
 }
 
-void CvtpHeader::addValues(const std::string& value) {
-    std::string::size_type begin = 0;
+void CvtpHeader::addValues(std::string_view value) {
+    std::string_view::size_type begin = 0;
     while (begin < value.size()) {
-        const std::string::size_type end = std::min(value.find(',', begin), value.size());
-        const std::string::size_type first = value.find_first_not_of(HEADER_BLANKS, begin);
-        if (first < end) {
-            const std::string::size_type last = value.find_last_not_of(HEADER_BLANKS, end - 1);
-            values.emplace_back(value, first, last - first + 1);
+        const std::string_view::size_type end = std::min(value.find(',', begin), value.size());
+        const std::string_view one = StringUtils::trimmed(value.substr(begin, end - begin), HEADER_BLANKS);
+        if (!one.empty() && !values.empty()) {
+            values += ',';
         }
+        values += one;
         begin = end + 1;
     }
 }
 
-void CvtpHeader::setValues(const std::string& value) {
+void CvtpHeader::setValues(std::string_view value) {
     values.clear();
     addValues(value);
 }
@@ -47,14 +47,21 @@ const std::string& CvtpHeader::getName() const {
 }
 
 std::string CvtpHeader::getValue() const {
-    return values.empty() ? std::string() : values.front();
+    return values.substr(0, values.find(','));
 }
 
 std::vector<std::string> CvtpHeader::getValues() const {
-    return values;
+    std::vector<std::string> result;
+    std::string::size_type begin = 0;
+    while (begin < values.size()) {
+        const std::string::size_type end = std::min(values.find(',', begin), values.size());
+        result.emplace_back(values, begin, end - begin);
+        begin = end + 1;
+    }
+    return result;
 }
 
-const std::vector<std::string>& CvtpHeader::valueList() const {
+const std::string& CvtpHeader::getJoined() const {
     return values;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Corvane {
@@ -12,26 +13,28 @@ namespace Cvtp {
 class CvtpHeader {
  public:
     CvtpHeader() = default;
-    CvtpHeader(const std::string& name, const std::string& value);
+    CvtpHeader(std::string_view name, std::string_view value);
     CvtpHeader(const CvtpHeader&) = default;
     CvtpHeader& operator=(const CvtpHeader&) = default;
     virtual ~CvtpHeader() = default;
 
-    void setName(const std::string& name);
+    void setName(std::string_view name);
     /// Appends the values that stand in `value`, separated by commas; empty ones are dropped.
-    void addValues(const std::string& value);
-    void setValues(const std::string& value);
+    void addValues(std::string_view value);
+    void setValues(std::string_view value);
 
     const std::string& getName() const;
     /// The first value, or "".
     std::string getValue() const;
     std::vector<std::string> getValues() const;
-    /// Without the copy.
-    const std::vector<std::string>& valueList() const;
+    /// All values, joined by commas: how they stand in a message.
+    const std::string& getJoined() const;
 
  private:
     std::string name;
-    std::vector<std::string> values;
+    /// The values, joined by commas. As none of them holds one this is a list, which costs less than a list of
+    /// strings.
+    std::string values;
 };
 
 }  // namespace Cvtp

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <tuple>
+#include <utility>
 
 #include "support/StringUtils.h"
 
@@ -11,32 +13,42 @@ namespace Cvtp {
 
 namespace {
 
-std::string keyOf(const std::string& name) {
-    std::string key = StringUtils::trim(name, " \t\r\n");
-    std::transform(key.begin(), key.end(), key.begin(),
-                   [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+/// The library's function is asked for what few names have: its call costs more than the rest.
+char upper(char c) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte >= 0x80) {
+        return static_cast<char>(std::toupper(byte));
+    }
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+std::string keyOf(std::string_view name) {
+    const std::string_view bare = StringUtils::trimmed(name, " \t\r\n");
+    std::string key(bare.size(), '\0');
+    std::transform(bare.begin(), bare.end(), key.begin(), upper);
     return key;
 }
 
 }  // namespace
 
-void CvtpHeaders::add(const std::string& name, const std::string& value) {
+void CvtpHeaders::add(std::string_view name, std::string_view value) {
     std::string key = keyOf(name);
-    const auto found = headers.find(key);
-    if (found != headers.end()) {
-        found->second.addValues(value);
+    const auto place = headers.lower_bound(key);
+    if (place != headers.end() && place->first == key) {
+        place->second.addValues(value);
     } else {
-        headers.emplace(std::move(key), CvtpHeader(name, value));
+        headers.emplace_hint(place, std::piecewise_construct, std::forward_as_tuple(std::move(key)),
+                             std::forward_as_tuple(name, value));
     }
 }
 
-void CvtpHeaders::set(const std::string& name, const std::string& value) {
+void CvtpHeaders::set(std::string_view name, std::string_view value) {
     CvtpHeader& header = headers[keyOf(name)];
     header.setName(name);
     header.setValues(value);
 }
 
-void CvtpHeaders::remove(const std::string& name) {
+void CvtpHeaders::remove(std::string_view name) {
     headers.erase(keyOf(name));
 }
 

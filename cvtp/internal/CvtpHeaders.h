@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cvtp/internal/CvtpHeader.h"
@@ -17,10 +18,10 @@ class CvtpHeaders {
     using Map = std::map<std::string, CvtpHeader>;
 
     /// Appends to a header that is there, without touching its name as shown; else adds it.
-    void add(const std::string& name, const std::string& value);
+    void add(std::string_view name, std::string_view value);
     /// Replaces values and shown name.
-    void set(const std::string& name, const std::string& value);
-    void remove(const std::string& name);
+    void set(std::string_view name, std::string_view value);
+    void remove(std::string_view name);
 
     /// The first value, or "".
     std::string get(const std::string& name) const;

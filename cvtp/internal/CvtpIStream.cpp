@@ -8,6 +8,14 @@ CvtpIStream::CvtpIStream(IStreamBuffer<char>& decoder) : std::istream(&decoder) 
     exceptions(std::ios_base::badbit);
 }
 
+void CvtpIStream::breakOff() {
+    try {
+        setstate(std::ios_base::badbit);
+    } catch (const std::ios_base::failure&) {
+        // That is what it does to a stream that throws; the state is set.
+    }
+}
+
 }  // namespace Cvtp
 }  // namespace Internal
 }  // namespace Corvane

@@ -13,6 +13,9 @@ class CvtpIStream : public std::istream {
  public:
     /// @param decoder not owned.
     explicit CvtpIStream(IStreamBuffer<char>& decoder);
+
+    /// Leaves the stream as an exception of the pipe would.
+    void breakOff();
 };
 
 }  // namespace Cvtp

@@ -1,9 +1,10 @@
 #include "cvtp/internal/CvtpMessageInImpl.h"
 
+#include <algorithm>
+
 #include "cvtp/Version.h"
 #include "cvtp/internal/CvtpIStream.h"
 #include "cvtp/internal/FramingNumbers.h"
-#include "cvtp/internal/IStreamBuffer.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/StreamUtil.h"
 #include "cvtp/internal/TraceTags.h"
@@ -34,7 +35,7 @@ void appendContinuation(std::string& value, const std::string& line) {
     if (!value.empty()) {
         value += ' ';
     }
-    value += StringUtils::trim(line);
+    value += StringUtils::trimmed(line, StringUtils::WHITE_SPACE);
 }
 
 }  // namespace
@@ -63,28 +64,52 @@ std::vector<std::string> CvtpMessageInImpl::getHeaderNames() const {
     return headers.names();
 }
 
+const std::string& CvtpMessageInImpl::receivedStartLine() {
+    readHead();
+    return startLine;
+}
+
 void CvtpMessageInImpl::getBody(char*& data, std::size_t& length) {
     data = nullptr;
     length = 0;
     readHead();
-    requireBodyStream();
-    const std::string contentLength = getHeader(HEADER_CONTENT_LENGTH);
-    if (!contentLength.empty()) {
-        const std::int64_t wanted = parseContentLength(contentLength);
-        StreamUtil::readLength(*bodyStream, data, wanted);
-        length = wanted > 0 ? static_cast<std::size_t>(wanted) : 0;
-    } else if (getHeader(HEADER_TRANSFER_ENCODING) == HEADER_CHUNKED_ENCODING) {
-        length = StreamUtil::readToEnd(*bodyStream, data);
+    requireBody();
+    if (isChunked) {
+        length = StreamUtil::readToEnd(stream(), data);
     } else {
-        throw Io::CvPipeException(
-            "The CVTP Request Message does not have a Content-Length or Transfer-Encoding header");
+        readCountedBody(data, bodyLength);
+        length = bodyLength > 0 ? static_cast<std::size_t>(bodyLength) : 0;
+    }
+}
+
+/// From the decoder while nobody has the stream. What the pipe throws leaves the stream failed as if it had been
+/// read from it: nobody knows how much of the body is lost.
+void CvtpMessageInImpl::readCountedBody(char*& data, std::int64_t length) {
+    if (bodyStream) {
+        StreamUtil::readLength(*bodyStream, data, length);
+        return;
+    }
+    try {
+        StreamUtil::readLength(*bodyDecoder, data, length);
+    } catch (...) {
+        if (!bodyDecoder->isAtEnd()) {
+            stream().breakOff();
+        }
+        throw;
     }
 }
 
 std::istream* CvtpMessageInImpl::getBodyStream() {
     readHead();
-    requireBodyStream();
-    return bodyStream.get();
+    requireBody();
+    return &stream();
+}
+
+CvtpIStream& CvtpMessageInImpl::stream() {
+    if (!bodyStream) {
+        bodyStream = std::make_unique<CvtpIStream>(*bodyDecoder);
+    }
+    return *bodyStream;
 }
 
 void CvtpMessageInImpl::awaitStartLine() {
@@ -98,10 +123,10 @@ void CvtpMessageInImpl::awaitStartLine() {
     }
     startLine = std::move(line);
     if (isInputTraced()) {
-        traceInput(tag + startLine, true);
+        traceInput(std::string(tag) + startLine, true);
     }
     if (isDebug()) {
-        logDebug(tag + startLine);
+        logDebug(std::string(tag) + startLine);
     }
 }
 
@@ -128,16 +153,20 @@ void CvtpMessageInImpl::readHeaders() {
     std::string next;
     readHeaderLine(line);
     while (!line.empty()) {
-        const std::string::size_type colon = line.find(':');
-        std::string value;
-        if (colon != std::string::npos) {
-            value = StringUtils::trim(line.substr(colon + 1), " \t");
-            line.resize(colon);
+        const std::string_view text = line;
+        const std::string_view name = text.substr(0, text.find(':'));
+        const std::string_view rest = text.substr(std::min(name.size() + 1, text.size()));
+        const std::string_view value = StringUtils::trimmed(rest, " \t");
+        readHeaderLine(next);
+        if (isContinuation(next)) {
+            std::string whole(value);
+            for (; isContinuation(next); readHeaderLine(next)) {
+                appendContinuation(whole, next);
+            }
+            headers.add(name, whole);
+        } else {
+            headers.add(name, value);
         }
-        for (readHeaderLine(next); isContinuation(next); readHeaderLine(next)) {
-            appendContinuation(value, next);
-        }
-        headers.add(line, value);
         line.swap(next);
     }
 }
@@ -150,15 +179,16 @@ void CvtpMessageInImpl::readHeaderLine(std::string& line) const {
 }
 
 void CvtpMessageInImpl::createDecoder() {
-    const std::string contentLength = getHeader(HEADER_CONTENT_LENGTH);
+    const std::string contentLength = headers.get(HEADER_CONTENT_LENGTH);
     if (!contentLength.empty()) {
-        bodyDecoder = std::make_unique<IStreamBuffer<char>>(*in, parseContentLength(contentLength), bufferSize);
-    } else if (getHeader(HEADER_TRANSFER_ENCODING) == HEADER_CHUNKED_ENCODING) {
-        bodyDecoder = std::make_unique<IStreamBuffer<char>>(*in, bufferSize);
+        bodyLength = parseContentLength(contentLength);
+        bodyDecoder.emplace(*in, bodyLength, bufferSize);
+    } else if (headers.get(HEADER_TRANSFER_ENCODING) == HEADER_CHUNKED_ENCODING) {
+        isChunked = true;
+        bodyDecoder.emplace(*in, bufferSize);
     } else {
         fail("The CVTP Message does not have a Content-Length or Transfer-Encoding header", CODE_NO_FRAMING);
     }
-    bodyStream = std::make_unique<CvtpIStream>(*bodyDecoder);
 }
 
 /// What stands for a start line that could not be read.
@@ -171,8 +201,8 @@ std::string CvtpMessageInImpl::placeholder() const {
     return version + " 500 " + (reason == STATUS_REASONS.end() ? std::string() : reason->second);
 }
 
-void CvtpMessageInImpl::requireBodyStream() {
-    if (!bodyStream) {
+void CvtpMessageInImpl::requireBody() const {
+    if (!bodyDecoder) {
         fail("Failed to read the message start line and headers, and do not have body of the message.",
              CODE_NO_HEAD);
     }

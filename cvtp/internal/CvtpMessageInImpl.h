@@ -1,13 +1,17 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <istream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cvtp/CvtpMessageIn.h"
 #include "cvtp/internal/CvtpHeaders.h"
+#include "cvtp/internal/IStreamBuffer.h"
 
 namespace Corvane {
 
@@ -19,8 +23,6 @@ namespace Internal {
 namespace Cvtp {
 
 class CvtpIStream;
-template <class CharT>
-class IStreamBuffer;
 
 /// Reads one message from a stream.
 class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
@@ -50,19 +52,28 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
 
     bool isWholeBodyRead() const;
 
+    /// As getStartLine(), without the copy, and "" while that gives the placeholder.
+    const std::string& receivedStartLine();
+
  private:
     void readHead();
     void readHeaders();
     void readHeaderLine(std::string& line) const;
     void createDecoder();
     std::string placeholder() const;
-    void requireBodyStream();
+    void requireBody() const;
+    CvtpIStream& stream();
+    void readCountedBody(char*& data, std::int64_t length);
 
     std::istream* in;
-    std::string tag;
+    const std::string_view tag;
     std::string startLine;
     CvtpHeaders headers;
-    std::unique_ptr<IStreamBuffer<char>> bodyDecoder;
+    /// How the body is framed: its declared length, or chunks.
+    std::int64_t bodyLength = 0;
+    bool isChunked = false;
+    std::optional<IStreamBuffer<char>> bodyDecoder;
+    /// Made when somebody asks for it: most bodies are read as a whole.
     std::unique_ptr<CvtpIStream> bodyStream;
     /// Header values are taken as they are, since text is UTF-8 on both sides of it.
     [[maybe_unused]] Xml::Utf8String* decoder;

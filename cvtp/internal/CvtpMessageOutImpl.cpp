@@ -20,9 +20,11 @@ namespace {
 /// With its CR LF.
 const std::size_t MAX_HEADER_LINE = 2048;
 
+const std::size_t USUAL_HEADERS_SIZE = 128;
+
 /// How many bytes `out` takes before anything leaves it, -1 when it is not the stream of a pipe.
 std::streamsize roomOf(const std::ostream& out) {
-    const auto* const buffer = dynamic_cast<const Io::PipeBufferBase<char>*>(out.rdbuf());
+    const auto* const buffer = Io::PipeBufferBase<char>::from(out.rdbuf());
     return buffer == nullptr ? -1 : buffer->room();
 }
 
@@ -37,11 +39,15 @@ std::string CvtpMessageOutImpl::getStartLine() {
 }
 
 void CvtpMessageOutImpl::addHeader(const std::string& name, const std::string& value) {
-    headers.add(StringUtils::onOneLine(name), StringUtils::onOneLine(value));
+    std::string nameMemory;
+    std::string valueMemory;
+    headers.add(StringUtils::onOneLine(name, nameMemory), StringUtils::onOneLine(value, valueMemory));
 }
 
 void CvtpMessageOutImpl::setHeader(const std::string& name, const std::string& value) {
-    headers.set(StringUtils::onOneLine(name), StringUtils::onOneLine(value));
+    std::string nameMemory;
+    std::string valueMemory;
+    headers.set(StringUtils::onOneLine(name, nameMemory), StringUtils::onOneLine(value, valueMemory));
 }
 
 void CvtpMessageOutImpl::removeHeader(const std::string& name) {
@@ -77,6 +83,12 @@ void CvtpMessageOutImpl::writeBody(std::ostream& out) const {
     }
 }
 
+void CvtpMessageOutImpl::writeBody(OWriter& writer) const {
+    if (bodyLength > 0) {
+        writer.write(body.get(), static_cast<std::size_t>(bodyLength));
+    }
+}
+
 void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     if (committed) {
         return;
@@ -86,7 +98,7 @@ void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     commit(out, head);
 }
 
-void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, std::ostream& body) {
+void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, OWriter& body) {
     const std::string head = composeHead();
     writeHead(out, head);
     if (getBodyLength() <= roomOf(out)) {
@@ -96,10 +108,13 @@ void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, std::ostream& body)
         commit(out, head);
         writeBody(body);
     }
+    body.close();
 }
 
 std::string CvtpMessageOutImpl::composeHead() const {
     std::string head = owner->getStartLine();
+    // Room for what most messages have, so that it need not grow.
+    head.reserve(head.size() + USUAL_HEADERS_SIZE);
     StringUtils::putOnOneLine(head);
     head += "\r\n";
     for (const auto& header : headers) {
@@ -117,14 +132,7 @@ std::string CvtpMessageOutImpl::composeHead() const {
 void CvtpMessageOutImpl::appendHeaderLine(std::string& head, const CvtpHeader& header) {
     head += header.getName();
     head += ": ";
-    bool first = true;
-    for (const std::string& value : header.valueList()) {
-        if (!first) {
-            head += ',';
-        }
-        head += value;
-        first = false;
-    }
+    head += header.getJoined();
     head += "\r\n";
 }
 

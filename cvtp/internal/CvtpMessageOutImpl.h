@@ -10,6 +10,7 @@
 #include "cvtp/CvtpMessageOut.h"
 #include "cvtp/internal/CvtpHeaderWriter.h"
 #include "cvtp/internal/CvtpHeaders.h"
+#include "support/OWriter.h"
 
 namespace Corvane {
 
@@ -46,17 +47,19 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     /// @throws Io::CvPipeException the stream has failed; and what the stream throws.
     void writeHeaders(std::ostream& out) override;
 
-    /// Writes the head and, into `body`, which stands on `out`, the bytes given to setBody(). Where both fit into
-    /// the buffer of a pipe they leave it in one piece, and the head counts as committed when they have.
+    /// Writes the head and, with `body`, which stands on `out`, the bytes given to setBody(); then closes `body`.
+    /// Where both fit into the buffer of a pipe they leave it in one piece, and the head counts as committed when
+    /// they have.
     ///
     /// @throws as writeHeaders().
-    void writeHeadAndBody(std::ostream& out, std::ostream& body);
+    void writeHeadAndBody(std::ostream& out, OWriter& body);
 
  private:
     struct Free {
         void operator()(char* bytes) const { std::free(bytes); }
     };
 
+    void writeBody(OWriter& writer) const;
     std::string composeHead() const;
     static void appendHeaderLine(std::string& head, const CvtpHeader& header);
     static void writeHead(std::ostream& out, const std::string& head);

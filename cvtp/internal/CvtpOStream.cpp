@@ -15,6 +15,10 @@ void CvtpOStream::send() {
     writer.close();
 }
 
+void CvtpOStream::seal() {
+    writer.seal();
+}
+
 }  // namespace Cvtp
 }  // namespace Internal
 }  // namespace Corvane

@@ -20,6 +20,9 @@ class CvtpOStream : public std::ostream {
     /// Ends the body: what is still buffered, and the last chunk of a chunked body. A second call does nothing.
     void send();
 
+    /// For a message that was sent without it: what is written from now on is refused as after send().
+    void seal();
+
  private:
     CVTP_OBufferWriter writer;
     OStreamBuffer<char> buffer;

@@ -17,7 +17,7 @@ namespace {
 template <class CharT>
 std::size_t readSome(std::basic_streambuf<CharT>& source, CharT* target, std::streamsize n) {
     using Traits = typename std::basic_streambuf<CharT>::traits_type;
-    if (auto* const pipe = dynamic_cast<Io::PipeBufferBase<CharT>*>(&source)) {
+    if (auto* const pipe = Io::PipeBufferBase<CharT>::from(&source)) {
         // Straight from the pipe where it can be.
         return static_cast<std::size_t>(pipe->readSome(target, n));
     }
@@ -45,6 +45,11 @@ IStreamBuffer<CharT>::IStreamBuffer(std::basic_istream<CharT>& stream, int buffe
 template <class CharT>
 bool IStreamBuffer<CharT>::isComplete() const {
     return complete;
+}
+
+template <class CharT>
+bool IStreamBuffer<CharT>::isAtEnd() const {
+    return done;
 }
 
 template <class CharT>
@@ -188,7 +193,7 @@ bool IStreamBuffer<CharT>::isChunkEndThere() {
 
 template <class CharT>
 void IStreamBuffer<CharT>::begin() {
-    if (startTime == 0) {
+    if (startTime == 0 && isDebug()) {
         startTime = currentMilliseconds();
     }
 }
@@ -198,7 +203,7 @@ void IStreamBuffer<CharT>::finish() {
     done = true;
     complete = true;
     if (isDebug()) {
-        logDebug(readSummary(bytesRead, currentMilliseconds() - startTime));
+        logDebug(readSummary(bytesRead, elapsedSince(startTime)));
     }
     if (isInputTraced()) {
         traceInput("\n", 1, false);

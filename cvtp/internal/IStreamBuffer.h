@@ -31,6 +31,8 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
 
     /// True once the declared end of the body was reached; stays false when the body is cut off or malformed.
     bool isComplete() const;
+    /// True once nothing more is to be read, be the body complete or not.
+    bool isAtEnd() const;
 
  protected:
     int_type underflow() override;
@@ -61,6 +63,7 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
     /// Nothing more is to be read: the end was reached, or an error found.
     bool done = false;
     std::basic_istream<CharT>& stream;
+    /// Milliseconds; 0 while nobody wants to know.
     std::int64_t startTime = 0;
     std::uint64_t bytesRead = 0;
     /// The get area, allocated when it is needed first.

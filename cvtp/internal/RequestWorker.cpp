@@ -136,8 +136,7 @@ bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
     try {
         request.awaitStartLine();
         pipe->setReadTimeout(server->getIntegerOption(CvtpServer::RECEIVE_TIMEOUT));
-        // Reads the headers.
-        request.getStartLine();
+        request.readHead();
         return true;
     } catch (TimeoutException& e) {
         if (request.hasStartLine()) {

@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "cvtp/internal/Logging.h"
 #include "io/Exceptions.h"
+#include "io/PipeBufferBase.h"
 
 namespace Corvane {
 namespace Internal {
@@ -45,6 +47,11 @@ class Block {
             used += static_cast<std::size_t>(in.gcount());
         }
     }
+    /// The same for a buffer.
+    void fill(std::streambuf& in) {
+        used +=
+            static_cast<std::size_t>(in.sgetn(memory.get() + used, static_cast<std::streamsize>(capacity - used)));
+    }
 
     bool isFull() const { return used == capacity; }
     std::size_t size() const { return used; }
@@ -64,9 +71,51 @@ class Block {
     std::size_t used = 0;
 };
 
+/// Takes a line that is there as a whole, straight from the buffer of a pipe. False when there is none, and near
+/// the largest length, which is left to the stream.
+bool takeLine(std::istream& in, std::string& line) {
+    auto* const pipe = Io::PipeBufferBase<char>::from(in.rdbuf());
+    if (pipe == nullptr || !in.good()) {
+        return false;
+    }
+    const std::string_view ahead = pipe->ahead().substr(0, LINE_BUFFER_SIZE / 2);
+    const std::size_t end = ahead.find('\n');
+    if (end == std::string_view::npos) {
+        return false;
+    }
+    line.assign(ahead.data(), end > 0 && ahead[end - 1] == '\r' ? end - 1 : end);
+    pipe->skip(end + 1);
+    return true;
+}
+
+template <class Source>
+void readBlock(Source& in, char*& data, std::int64_t length) {
+    data = nullptr;
+    const std::uint64_t wanted = static_cast<std::uint64_t>(std::max<std::int64_t>(length, 0));
+    // Kept below the largest allocation, so that nothing overflows where a size has 32 bits.
+    const std::uint64_t limit = std::min<std::uint64_t>(wanted, PTRDIFF_MAX - 1);
+    std::size_t capacity = static_cast<std::size_t>(std::min<std::uint64_t>(limit, FIRST_BLOCK_SIZE));
+    Block block(capacity);
+    block.fill(in);
+    while (block.size() < wanted && block.isFull()) {
+        capacity = static_cast<std::size_t>(std::min<std::uint64_t>(limit, 2 * std::uint64_t{capacity}));
+        block.resize(capacity);
+        block.fill(in);
+    }
+    if (block.size() < wanted) {
+        const std::string message = "Reached the stream end-of-file before the expected length.";
+        logWarn(message);
+        throw Io::CvPipeException(message);
+    }
+    data = block.release();
+}
+
 }  // namespace
 
 void StreamUtil::readLine(std::istream& in, std::string& line) {
+    if (takeLine(in, line)) {
+        return;
+    }
     char buffer[LINE_BUFFER_SIZE];
     line.clear();
     if (in.good()) {
@@ -86,24 +135,11 @@ void StreamUtil::readLine(std::istream& in, std::string& line) {
 }
 
 void StreamUtil::readLength(std::istream& in, char*& data, std::int64_t length) {
-    data = nullptr;
-    const std::uint64_t wanted = static_cast<std::uint64_t>(std::max<std::int64_t>(length, 0));
-    // Kept below the largest allocation, so that nothing overflows where a size has 32 bits.
-    const std::uint64_t limit = std::min<std::uint64_t>(wanted, PTRDIFF_MAX - 1);
-    std::size_t capacity = static_cast<std::size_t>(std::min<std::uint64_t>(limit, FIRST_BLOCK_SIZE));
-    Block block(capacity);
-    block.fill(in);
-    while (block.size() < wanted && block.isFull()) {
-        capacity = static_cast<std::size_t>(std::min<std::uint64_t>(limit, 2 * std::uint64_t{capacity}));
-        block.resize(capacity);
-        block.fill(in);
-    }
-    if (block.size() < wanted) {
-        const std::string message = "Reached the stream end-of-file before the expected length.";
-        logWarn(message);
-        throw Io::CvPipeException(message);
-    }
-    data = block.release();
+    readBlock(in, data, length);
+}
+
+void StreamUtil::readLength(std::streambuf& in, char*& data, std::int64_t length) {
+    readBlock(in, data, length);
 }
 
 std::size_t StreamUtil::readToEnd(std::istream& in, char*& data) {

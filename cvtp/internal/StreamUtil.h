@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <istream>
 #include <ostream>
+#include <streambuf>
 #include <string>
 
 namespace Corvane {
@@ -27,6 +28,9 @@ class StreamUtil {
     ///
     /// @throws Io::CvPipeException the bytes ended first. `data` is null after this and any other exception.
     static void readLength(std::istream& in, char*& data, std::int64_t length);
+
+    /// The same from a buffer, which spares the setting up of a stream.
+    static void readLength(std::streambuf& in, char*& data, std::int64_t length);
 
     /// Reads to the end of the stream into a block that ends in a NUL, which the caller gives back with free().
     /// A stream that fails without reaching its end gives what came until then.

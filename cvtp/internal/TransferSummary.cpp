@@ -42,6 +42,10 @@ std::int64_t currentMilliseconds() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
+std::int64_t elapsedSince(std::int64_t startTime) {
+    return startTime == 0 ? 0 : currentMilliseconds() - startTime;
+}
+
 std::string writeSummary(std::uint64_t bytes, std::int64_t elapsedMs) {
     return summary("Wrote", "to", bytes, elapsedMs);
 }

@@ -12,6 +12,7 @@
 
 #include "cvtp/internal/Logging.h"
 #include "io/platform/posix/SocketCalls.h"
+#include "io/platform/posix/Spinning.h"
 
 namespace Corvane {
 namespace Io {
@@ -130,7 +131,7 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
         if (!applyReceiveTimeout(wait)) {
             return readFailed(errno);
         }
-        const ssize_t count = SocketCalls::receive(socket.get(), buffer, static_cast<std::size_t>(length));
+        const ssize_t count = receive(buffer, static_cast<std::size_t>(length));
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
             return static_cast<int>(count);
@@ -152,6 +153,22 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
             }
         }
     }
+}
+
+/// A receive that blocks, at first perhaps by trying again and again.
+ssize_t PipeChannel::receive(char* buffer, std::size_t length) const {
+    if (Spinning::isDue()) {
+        const auto end = calls().now() + Spinning::length();
+        do {
+            const ssize_t count = SocketCalls::receiveNow(socket.get(), buffer, length);
+            if (count >= 0 || errno != EAGAIN) {
+                Spinning::note(true);
+                return count;
+            }
+        } while (!closed.load() && calls().now() < end);
+        Spinning::note(false);
+    }
+    return SocketCalls::receive(socket.get(), buffer, length);
 }
 
 int PipeChannel::writeFailed(int error, bool waited) const {

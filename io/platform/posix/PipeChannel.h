@@ -35,6 +35,7 @@ class PipeChannel {
     void close();
 
  private:
+    ssize_t receive(char* buffer, std::size_t length) const;
     bool applyReceiveTimeout(int timeoutMs);
     void widen();
     ssize_t send(const Block& first, const Block& second);

@@ -59,6 +59,10 @@ ssize_t receive(int socket, char* buffer, std::size_t length) {
     return calls().recv(socket, buffer, length, 0);
 }
 
+ssize_t receiveNow(int socket, char* buffer, std::size_t length) {
+    return calls().recv(socket, buffer, length, MSG_DONTWAIT);
+}
+
 ssize_t sendNow(int socket, const char* buffer, std::size_t length) {
     return calls().send(socket, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
 }

@@ -33,6 +33,9 @@ FileDescriptor acceptClient(int socket);
 
 ssize_t receive(int socket, char* buffer, std::size_t length);
 
+/// What is there; EAGAIN when that is nothing.
+ssize_t receiveNow(int socket, char* buffer, std::size_t length);
+
 /// Sends what fits at once, and raises no signal when the other end is gone.
 ssize_t sendNow(int socket, const char* buffer, std::size_t length);
 

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "io/platform/posix/Spinning.h"
 #include "io/platform/posix/SystemCalls.h"
 #include "tests/io/posix/PosixTest.h"
 
@@ -66,6 +67,8 @@ class FakeSystem {
  public:
     FakeSystem() {
         instance = this;
+        // A test counts calls, and spinning makes as many as it likes.
+        Io::Platform::Spinning::setLength(0);
         useSockets();
         useFiles();
         table.now = &FakeSystem::now;
@@ -73,6 +76,7 @@ class FakeSystem {
     }
     ~FakeSystem() {
         Io::Platform::substituteCalls(nullptr);
+        Io::Platform::Spinning::setLength(-1);
         instance = nullptr;
         for (const auto& entry : planned) {
             EXPECT_EQ(entry.second.size(), 0u) << "not called for: " << entry.first;
@@ -220,7 +224,7 @@ class FakeSystem {
     }
     void useTransfer() {
         use(table.recv, "recv", [](int socket, void* buffer, std::size_t length, int flags) {
-            return run("recv", std::to_string(length),
+            return run("recv", std::to_string(length) + ((flags & MSG_DONTWAIT) != 0 ? " now" : ""),
                        [&](std::size_t limit) { return ::recv(socket, buffer, std::min(length, limit), flags); });
         });
         use(table.send, "send", [](int socket, const void* buffer, std::size_t length, int flags) {
