@@ -98,7 +98,9 @@ int NameClaim::lock() {
         if (calls().fstat(descriptor.get(), &status) != 0) {
             return errno;
         }
-        if (!isOwn(status, S_IFREG)) {
+        // Another name of some other file of the user's, which must not be locked, may have been put here by a
+        // stranger.
+        if (!isOwn(status, S_IFREG) || status.st_nlink > 1) {
             return inTheWay(address.lockFile, "a lock file", EPERM);
         }
         if (uninterrupted([&] { return calls().flock(descriptor.get(), LOCK_EX | LOCK_NB); }) != 0) {

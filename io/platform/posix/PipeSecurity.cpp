@@ -109,14 +109,15 @@ PipeAccess buildAccess(const Settings& settings) {
     return access;
 }
 
-/// Opens the file itself, without following a link, and only when it is a socket of the user: in a folder that
-/// somebody else rules, another file may have taken its place.
+/// Opens the file itself, without following a link, and only when it is a socket of the user and has no other name:
+/// in a folder that somebody else rules, another file may have taken its place, of another service of the user's
+/// for example.
 FileDescriptor openSocketFile(const std::string& file, FileStatus& status) {
     FileDescriptor descriptor(calls().open(file.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!descriptor.isOpen() || calls().fstat(descriptor.get(), &status) != 0) {
         return FileDescriptor();
     }
-    if (!S_ISSOCK(status.st_mode) || status.st_uid != ::geteuid()) {
+    if (!S_ISSOCK(status.st_mode) || status.st_uid != ::geteuid() || status.st_nlink != 1) {
         errno = EPERM;
         return FileDescriptor();
     }

@@ -1,5 +1,6 @@
 #include "tests/io/posix/NameClaimTest.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -66,6 +67,17 @@ TEST_F(NameClaimTest, ALinkInThePlaceOfTheLockFileIsNotFollowed) {
     std::filesystem::create_symlink(elsewhere.file("target"), folder.file(".pipe.lock"));
     expectInTheWay(".pipe.lock", "a lock file", 40);
     EXPECT_THAT(elsewhere.names(), IsEmpty());
+}
+
+TEST_F(NameClaimTest, AnotherFilesNameInThePlaceOfTheLockFileIsLeftAlone) {
+    // Somebody else has given a file of this user's a second name, so that it would be locked.
+    TemporaryFolder elsewhere;
+    const std::string victim = elsewhere.file("victim");
+    const Platform::FileDescriptor file(::open(victim.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+    ASSERT_TRUE(file.isOpen());
+    std::filesystem::create_hard_link(victim, folder.file(".pipe.lock"));
+    expectInTheWay(".pipe.lock", "a lock file", 1);
+    EXPECT_TRUE(std::filesystem::exists(victim));
 }
 
 TEST_F(NameClaimTest, AFifoOrAFolderInThePlaceOfTheLockFileIsLeftAlone) {

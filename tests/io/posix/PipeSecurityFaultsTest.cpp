@@ -5,11 +5,13 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "io/platform/posix/SocketCalls.h"
 #include "tests/io/posix/AccessTest.h"
 
 namespace Corvane {
@@ -207,25 +209,17 @@ TEST_F(PipeSecurityFaultsTest, AGroupThatCannotBeLookedUpIsNone) {
     }
 }
 
-TEST_F(PipeSecurityFaultsTest, AFileThatHasTakenThePlaceOfTheSocketGetsNoAccess) {
-    const std::string pipe = folder.file("pipe");
-    const std::string victim = folder.file("victim");
-    std::FILE* const file = std::fopen(victim.c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    std::fclose(file);
-    const auto putALink = [&] {
-        std::filesystem::remove(pipe);
-        std::filesystem::create_symlink(victim, pipe);
-    };
-    const auto putAFile = [&] {
-        std::filesystem::remove(pipe);
-        std::filesystem::create_hard_link(victim, pipe);
-    };
-    set("true", group.c_str());
-    for (const std::function<void()>& swap : {std::function<void()>(putALink), std::function<void()>(putAFile)}) {
+/// Replaces the socket in the moment in which the server opens it to give it its access.
+class SwapTest : public PipeSecurityFaultsTest {
+ protected:
+    /// What is put there has the name `victim` as well, keeps its access, and stays where it is.
+    void expectNoAccess(const std::function<void()>& swap) {
         const struct stat before = statusOf("victim");
         FakeSystem system;
-        system.on("open", {passing(), passing(swap)});
+        system.on("open", {passing(), passing([&] {
+                               std::filesystem::remove(pipe);
+                               swap();
+                           })});
         LogCapture log;
         EXPECT_THROW(ServerCvPipe("pipe", true, true), BindException);
         EXPECT_EQ(log.texts(), (Lines{CREATE_ACCESS, "ERROR: Initialize a security descriptor. Error: 1",
@@ -235,6 +229,29 @@ TEST_F(PipeSecurityFaultsTest, AFileThatHasTakenThePlaceOfTheSocketGetsNoAccess)
         EXPECT_THAT(folder.names(), UnorderedElementsAre("pipe", "victim"));
         std::filesystem::remove(pipe);
     }
+
+    const std::string pipe = folder.file("pipe");
+    const std::string victim = folder.file("victim");
+};
+
+TEST_F(SwapTest, AFileThatHasTakenThePlaceOfTheSocketGetsNoAccess) {
+    set("true", group.c_str());
+    std::FILE* const file = std::fopen(victim.c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    std::fclose(file);
+    expectNoAccess([&] { std::filesystem::create_symlink(victim, pipe); });
+    expectNoAccess([&] { std::filesystem::create_hard_link(victim, pipe); });
+    expectedFiles = {"victim"};
+}
+
+TEST_F(SwapTest, TheSocketOfAnotherServiceThatHasTakenThePlaceOfTheSocketGetsNoAccess) {
+    set("true", group.c_str());
+    const Platform::FileDescriptor other = Platform::SocketCalls::createSocket();
+    ASSERT_EQ(Platform::SocketCalls::bindTo(other.get(), Platform::SocketCalls::socketAddress(victim)), 0);
+    // As the service wants it.
+    ASSERT_EQ(::chmod(victim.c_str(), 0600), 0);
+    expectNoAccess([&] { std::filesystem::create_symlink(victim, pipe); });
+    expectNoAccess([&] { std::filesystem::create_hard_link(victim, pipe); });
     expectedFiles = {"victim"};
 }
 
