@@ -82,6 +82,21 @@ bool offers(const PipeAddress& address, bool readable, bool writable) {
     return !(readable && direction == DIRECTION_READABLE) && !(writable && direction == DIRECTION_WRITABLE);
 }
 
+/// Whether somebody else leads clients from the place of the socket to another one, which he may not reach himself.
+/// Where fs.protected_symlinks is on, the system itself follows no such link in a folder with the sticky bit; this
+/// one holds everywhere, but only for a link that lies there already.
+bool isStrangersLink(const std::string& file) {
+    struct stat status {};
+    if (calls().lstat(file.c_str(), &status) != 0 || !S_ISLNK(status.st_mode) || status.st_uid == 0 ||
+        status.st_uid == ::geteuid()) {
+        return false;
+    }
+    if (isError()) {
+        logError("Pipe file " + file + " is a link of another user and not followed.");
+    }
+    return true;
+}
+
 /// Waits in the kernel for a place in the server's queue, in turn with the other clients.
 ///
 /// @return 0 or the code of the system, EAGAIN when no place came free in time.
@@ -119,22 +134,34 @@ int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
     }
 }
 
-/// @return 0 or the code of the system, EAGAIN when no place came free in time. The socket is blocking after 0.
-int connectSocket(int socket, const sockaddr_un& address, int timeoutMs) {
+/// @return 0 or the code of the system, EAGAIN when there is no place.
+int connectAtOnce(int socket, const sockaddr_un& address) {
     int error = 0;
     do {
         error = SocketCalls::connectTo(socket, address) == 0 ? 0 : errno;
     } while (error == EINTR);
+    return error;
+}
+
+/// @return 0 or the code of the system, EAGAIN when no place came free in time, EACCES when there is no access to
+///         what was asked for. The socket is blocking after 0.
+int connectSocket(int socket, const PipeAddress& address, bool readable, bool writable, int timeoutMs) {
+    const sockaddr_un file = SocketCalls::socketAddress(address.socketFile);
+    int error = connectAtOnce(socket, file);
     if (error == 0) {
         return SocketCalls::setBlocking(socket) == 0 ? 0 : errno;
     }
-    if (error != EAGAIN) {
-        return error;
+    if (error == EAGAIN) {
+        if (isDebug()) {
+            logDebug("Waiting for named pipe.");
+        }
+        error = waitForPlace(socket, file, timeoutMs);
+        // Meanwhile a server of another direction may have taken the place of the one that was there.
+        if (error == 0 && !offers(address, readable, writable)) {
+            error = EACCES;
+        }
     }
-    if (isDebug()) {
-        logDebug("Waiting for named pipe.");
-    }
-    return waitForPlace(socket, address, timeoutMs);
+    return error;
 }
 
 }  // namespace
@@ -144,16 +171,17 @@ int openChannel(const std::string& path, bool readable, bool writable, int timeo
     PipeAddress address;
     const int code = findPipe(path, false, address);
     if (code != 0) {
-        return openFailed(code);
+        // A refused folder is no pipe that denies access, but one that cannot be reached is.
+        return code == EACCES ? static_cast<int>(OPEN_DENIED) : openFailed(code);
     }
-    if (!offers(address, readable, writable)) {
+    if (!offers(address, readable, writable) || isStrangersLink(address.socketFile)) {
         return OPEN_DENIED;
     }
     FileDescriptor socket = SocketCalls::createSocket();
     if (!socket.isOpen()) {
         return openFailed(errno);
     }
-    const int error = connectSocket(socket.get(), SocketCalls::socketAddress(address.socketFile), timeoutMs);
+    const int error = connectSocket(socket.get(), address, readable, writable, timeoutMs);
     if (isDenied(error)) {
         return OPEN_DENIED;
     }

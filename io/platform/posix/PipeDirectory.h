@@ -16,7 +16,8 @@ constexpr const char* SYSTEM_PIPE_DIRECTORY = "/run/cvtp";
 ///
 /// A folder that the variable does not name is refused when somebody else could have put it there or could put
 /// things of his into the place of ours: when it belongs to neither root nor the user, is a link, or lets others
-/// write without the sticky bit. Each refusal is logged at ERROR.
+/// write without the sticky bit. So is one in a folder of XDG_RUNTIME_DIR that is not safe itself. Each refusal is
+/// logged at ERROR.
 ///
 /// @param create make a missing folder of the user's own.
 /// @param directory the result, without a slash at its end.

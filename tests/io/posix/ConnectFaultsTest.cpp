@@ -189,20 +189,31 @@ TEST_F(ConnectFaultsTest, ALinkThatCannotBeLookedAtKeepsNobodyAway) {
     server.accept(accepted);
     system.on("lstat", {passing(), failure(ENOMEM)});
     EXPECT_EQ(connect(), "connected");
-    EXPECT_EQ(system.madeOf("lstat"), (Lines{"lstat(.pipe.direction)", "lstat(pipe)", "lstat(.pipe.direction)",
-                                             "lstat(.pipe.direction)", "lstat(pipe)"}));
+    // A second look at the socket tells whether a link has taken its place.
+    EXPECT_EQ(system.madeOf("lstat"),
+              (Lines{"lstat(.pipe.direction)", "lstat(pipe)", "lstat(.pipe.direction)", "lstat(pipe)",
+                     "lstat(.pipe.direction)", "lstat(pipe)", "lstat(pipe)"}));
 }
 
-TEST_F(ConnectFaultsTest, AFolderThatCannotBeLookedAtIsNone) {
+TEST_F(ConnectFaultsTest, AFolderThatCannotBeLookedAtHasNoPipe) {
     ServerCvPipe server("pipe", true, true);
+    const std::string refused = "ERROR: Pipe folder " + folder.getPath() + " refused: ";
+    const std::string notLookedAt = refused + "it cannot be looked at, error ";
+    struct Case {
+        int error;
+        std::string outcome;
+        Lines lines;
+    };
     FakeSystem system;
-    for (const int error : {EACCES, ENOENT, EIO}) {
+    for (const Case& one :
+         {Case{ENOENT, NOT_CONNECTED, {refused + "CVTP_PIPE_DIR names no folder.", GLE_IS + "2"}},
+          Case{ENOTDIR, NOT_CONNECTED, {refused + "CVTP_PIPE_DIR names no folder.", GLE_IS + "2"}},
+          Case{EIO, NOT_CONNECTED, {notLookedAt + "5.", GLE_IS + "5"}},
+          Case{EACCES, DENIED, {notLookedAt + "13."}}}) {
         LogCapture log;
-        system.on("stat", {failure(error)});
-        EXPECT_EQ(connect(), NOT_CONNECTED);
-        EXPECT_EQ(log.texts(),
-                  (Lines{"ERROR: Pipe folder " + folder.getPath() + " refused: CVTP_PIPE_DIR names no folder.",
-                         GLE_IS + "2"}));
+        system.on("stat", {failure(one.error)});
+        EXPECT_EQ(connect(), one.outcome);
+        EXPECT_EQ(log.texts(), one.lines);
     }
 }
 
@@ -211,8 +222,9 @@ TEST_F(ConnectFaultsTest, TheSocketIsNonBlockingUntilItIsConnected) {
     FakeSystem system;
     CvPipe client;
     client.connect("pipe", true, true);
-    EXPECT_EQ(system.getMade(), (Lines{"stat(" + folder.getPath().substr(folder.getPath().rfind('/') + 1) + ")",
-                                       "readlink(.pipe.direction)", "socket()", "connect()", "fcntl(0)"}));
+    EXPECT_EQ(system.getMade(),
+              (Lines{"stat(" + folder.getPath().substr(folder.getPath().rfind('/') + 1) + ")",
+                     "readlink(.pipe.direction)", "lstat(pipe)", "socket()", "connect()", "fcntl(0)"}));
 }
 
 }  // namespace

@@ -151,6 +151,47 @@ TEST_F(PipeConnectTest, AClientDoesNotWaitWithoutEndForAServerThatIsGone) {
     EXPECT_TRUE(log.has("DEBUG: Could not open pipe \\\\.\\pipe\\pipe after 4294967295 milliseconds."));
 }
 
+TEST_F(PipeConnectTest, AClientThatWaitedIsDeniedByARestartedServerOfAnotherDirection) {
+    auto server = std::make_unique<ServerCvPipe>("pipe", true, true);
+    CvPipe first("pipe", true, true);
+    for (const bool serverReads : {true, false}) {
+        LogCapture log;
+        auto message = std::async(std::launch::async, [=] {
+            return messageOf<ConnectException>([=] { CvPipe("pipe", serverReads, !serverReads); });
+        });
+        ASSERT_TRUE(log.waitFor(WAITING));
+        server.reset();
+        server = std::make_unique<ServerCvPipe>("pipe", serverReads, !serverReads);
+        EXPECT_EQ(message.get(), "Access denied.");
+        // For the next round, which needs a server of both directions that has no place.
+        server.reset();
+        server = std::make_unique<ServerCvPipe>("pipe", true, true);
+        first.close();
+        first.connect();
+    }
+}
+
+TEST_F(PipeConnectTest, AStrangersLinkToASocketIsNotFollowed) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a link away";
+    }
+    ServerCvPipe server("target", true, true);
+    const std::string link = folder.file("pipe");
+    std::filesystem::create_symlink("target", link);
+    {
+        CvPipe client("pipe", true, true);
+        CvPipe accepted;
+        server.accept(accepted);
+    }
+    ASSERT_EQ(::lchown(link.c_str(), NOBODY, NOBODY), 0);
+    server.setAcceptTimeout(20);
+    LogCapture log(1);
+    EXPECT_EQ(messageOf<ConnectException>([] { CvPipe("pipe", true, true); }), "Access denied.");
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe file " + link + " is a link of another user and not followed."});
+    CvPipe accepted;
+    EXPECT_THROW(server.accept(accepted), TimeoutException);
+}
+
 TEST_F(PipeConnectTest, OtherProgramsCanConnectToTheSocket) {
     ServerCvPipe server("Pipe", true, true);
     const Platform::FileDescriptor other(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));

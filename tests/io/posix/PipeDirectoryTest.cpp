@@ -22,6 +22,8 @@ class PipeDirectoryTest : public ::testing::Test {
     PipeDirectoryTest() {
         ::unsetenv("CVTP_PIPE_DIR");
         ::unsetenv("XDG_RUNTIME_DIR");
+        // Whatever the umask is; some tests run as other users.
+        ::chmod(folder.getPath().c_str(), 0755);
     }
     ~PipeDirectoryTest() override {
         ::unsetenv("CVTP_PIPE_DIR");
@@ -65,6 +67,26 @@ TEST_F(PipeDirectoryTest, TheVariableMustNameAFolderAndNoneIsMade) {
     EXPECT_EQ(find(true), ENOENT);
     EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + missing + " refused: CVTP_PIPE_DIR names no folder."});
     EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(PipeDirectoryTest, AChosenFolderThatCannotBeReachedIsRefusedAndDeniesAccess) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const std::string chosen = folder.file("closed/chosen");
+    std::filesystem::create_directories(chosen);
+    ASSERT_EQ(::chmod(folder.file("closed").c_str(), 0700), 0);
+    ::setenv("CVTP_PIPE_DIR", chosen.c_str(), 1);
+    LogCapture log;
+    ChildProcess user([&] {
+        if (::setgid(NOBODY) != 0 || ::setuid(NOBODY) != 0 || find() != EACCES) {
+            return 1;
+        }
+        return messageOf<Io::ConnectException>([] { Io::CvPipe("pipe", true, true); }) == "Access denied." ? 0 : 2;
+    });
+    EXPECT_EQ(user.wait(), 0);
+    EXPECT_EQ(log.texts(),
+              Lines(2, "ERROR: Pipe folder " + chosen + " refused: it cannot be looked at, error 13."));
 }
 
 TEST_F(PipeDirectoryTest, TheSystemFolderComesNext) {
@@ -145,6 +167,38 @@ TEST_F(PipeDirectoryTest, TheRuntimeFolderIsLookedAtLikeTheSystemFolder) {
     const std::string refused = "ERROR: Pipe folder " + runtime + " refused: ";
     EXPECT_EQ(log.texts(), (Lines{refused + "it is a link.", refused + "it is a link.",
                                   refused + "others may write to it and it has no sticky bit."}));
+}
+
+TEST_F(PipeDirectoryTest, ARuntimeFolderInWhichOthersCouldSwapOursIsRefused) {
+    // A server that runs on another user's account could be given that user's variable, for example by su.
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    const std::string refused = "ERROR: Pipe folder " + runtime + " refused: XDG_RUNTIME_DIR cannot be trusted: ";
+    LogCapture log;
+    for (const unsigned mode : {0777U, 0720U, 0702U}) {
+        ASSERT_EQ(::chmod(folder.getPath().c_str(), mode), 0);
+        EXPECT_EQ(find(true), EPERM);
+        EXPECT_EQ(find(false), EPERM);
+    }
+    EXPECT_EQ(log.texts(), Lines(6, refused + "others may write to it and it has no sticky bit."));
+    // Nothing was put there, where its owner could not use it.
+    EXPECT_FALSE(std::filesystem::exists(runtime));
+    ASSERT_EQ(::chmod(folder.getPath().c_str(), 01777), 0);
+    EXPECT_EQ(find(true), 0);
+}
+
+TEST_F(PipeDirectoryTest, ARuntimeFolderOfAnotherUserIsRefused) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a folder away";
+    }
+    ::setenv("XDG_RUNTIME_DIR", folder.getPath().c_str(), 1);
+    ASSERT_EQ(::chown(folder.getPath().c_str(), NOBODY, NOBODY), 0);
+    LogCapture log;
+    EXPECT_EQ(find(true), EPERM);
+    EXPECT_FALSE(std::filesystem::exists(runtime));
+    EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe folder " + runtime +
+                                 " refused: XDG_RUNTIME_DIR cannot be trusted: it belongs to another user."});
+    ChildProcess owner([&] { return ::setuid(NOBODY) == 0 && find(true) == 0 ? 0 : 1; });
+    EXPECT_EQ(owner.wait(), 0);
 }
 
 /// Runs as a user of whom the system knows nothing but the number, and gives what became of his folder in /tmp.
