@@ -93,37 +93,52 @@ TEST_F(PipeSecurityTest, TheProcessesGroupGetsAccessWhateverGroupTheFolderHandsD
     expectAccess(0660, ::getegid());
 }
 
-TEST_F(PipeSecurityTest, TheNamedGroupGetsAccess) {
-    set("true", group.c_str());
-    EXPECT_EQ(makeServer(), Lines{CREATE_ACCESS});
-    expectAccess(0660, numberOf(group));
-}
+struct AccessCase {
+    const char* permission;
+    std::string group;
+    unsigned mode;
+    gid_t groupOfFile;
+    Lines lines;
+};
 
-TEST_F(PipeSecurityTest, ANamedGroupWithoutTheOtherVariableIsSetAndGetsNoAccess) {
-    for (const char* const permission : std::vector<const char*>{nullptr, "1", "false"}) {
-        set(permission, group.c_str());
-        EXPECT_EQ(makeServer(), Lines{CREATE_ACCESS});
-        expectAccess(0600, numberOf(group));
+TEST_F(PipeSecurityTest, EachPairOfTheVariablesGivesTheAccessThatIsAskedFor) {
+    const unsigned umaskMode = DEFAULT_MODE;
+    const gid_t own = ::getegid();
+    const gid_t named = numberOf(group);
+    const std::string missing = "no-such-group";
+    const Lines found = {CREATE_ACCESS};
+    const Lines notFound = {CREATE_ACCESS,
+                            "ERROR: LookupAccountName to get buffer size failed. GetLastError returned:: 2"};
+    // A group without the permission is set all the same, and has no access.
+    for (const AccessCase& one : std::vector<AccessCase>{{nullptr, "", umaskMode, own, {}},
+                                                         {"false", "", umaskMode, own, {}},
+                                                         {"1", "", umaskMode, own, {}},
+                                                         {"TRUE", "", 0660, own, found},
+                                                         {nullptr, group, 0600, named, found},
+                                                         {"false", group, 0600, named, found},
+                                                         {"1", group, 0600, named, found},
+                                                         {"TRUE", group, 0660, named, found},
+                                                         {nullptr, missing, 0600, own, notFound},
+                                                         {"false", missing, 0600, own, notFound},
+                                                         {"1", missing, 0600, own, notFound},
+                                                         {"TRUE", missing, 0600, own, notFound}}) {
+        SCOPED_TRACE(std::string(one.permission == nullptr ? "null" : one.permission) + " '" + one.group + "'");
+        set(one.permission, one.group.c_str());
+        EXPECT_EQ(makeServer(), one.lines);
+        expectAccess(one.mode, one.groupOfFile);
         server.reset();
         Platform::forgetPipeAccess();
     }
 }
 
-TEST_F(PipeSecurityTest, AMissingGroupLeavesTheUserAlone) {
-    for (const char* const permission : std::vector<const char*>{nullptr, "true"}) {
-        set(permission, "no-such-group");
-        EXPECT_EQ(makeServer(), (Lines{CREATE_ACCESS,
-                                       "ERROR: LookupAccountName to get buffer size failed. "
-                                       "GetLastError returned:: 2"}));
-        expectAccess(0600, ::getegid());
-        server.reset();
-        // That is an access like any other, and stays.
-        set(nullptr, nullptr);
-        EXPECT_EQ(makeServer(), Lines{});
-        expectAccess(0600, ::getegid());
-        server.reset();
-        Platform::forgetPipeAccess();
-    }
+TEST_F(PipeSecurityTest, TheAccessOfTheUserAloneForWantOfTheGroupIsKept) {
+    set("true", "no-such-group");
+    makeServer();
+    server.reset();
+    // That is an access like any other.
+    set(nullptr, nullptr);
+    EXPECT_EQ(makeServer(), Lines{});
+    expectAccess(0600, ::getegid());
 }
 
 TEST_F(PipeSecurityTest, TheFirstAccessServesTheWholeProcess) {
