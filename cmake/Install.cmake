@@ -37,6 +37,12 @@ if(CVTP_BUILD_TOOLS)
     install(TARGETS cvtp_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
+# Makes the pipe folder of all users at each start. systemd looks in lib below /usr and /usr/local, whatever the folder of
+# the libraries is.
+if(CMAKE_SYSTEM_NAME STREQUAL Linux)
+    install(FILES packaging/tmpfiles.d/libcvtp.conf DESTINATION lib/tmpfiles.d)
+endif()
+
 if(WIN32)
     include(cmake/WindowsPackage.cmake)
 endif()
