@@ -10,7 +10,7 @@ namespace Io {
 namespace Platform {
 
 /// A server's claim to the name of a pipe: at most one living process has it, and the kernel ends it with the
-/// process, however that dies.
+/// process, however that dies, and with the children that it has forked and that run no other program.
 ///
 /// It stands on a lock of the lock file, so a socket file without a claim is a leftover of a server that was killed
 /// and can go. Nothing is removed that belongs to another user or is not what it should be.

@@ -35,6 +35,14 @@ class PipeConnectTest : public PipeTest {
             return e.getMessage() == "Access denied." ? 0 : 3;
         }
     }
+    static bool canConnect() {
+        try {
+            CvPipe client("pipe", true, true);
+            return true;
+        } catch (CvPipeException&) {
+            return false;
+        }
+    }
     void openFolderToAll() { ASSERT_EQ(::chmod(folder.getPath().c_str(), 0755), 0); }
 };
 
@@ -175,11 +183,16 @@ TEST_F(PipeConnectTest, AStrangersLinkToASocketIsNotFollowed) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a link away";
     }
+    openFolderToAll();
+    const mode_t before = ::umask(0);
     ServerCvPipe server("target", true, true);
+    ::umask(before);
     const std::string link = folder.file("pipe");
     std::filesystem::create_symlink("target", link);
-    {
-        CvPipe client("pipe", true, true);
+    // It is the own one of the first, and root's for the other.
+    for (const unsigned user : {0U, NOBODY}) {
+        ChildProcess client([user] { return ::setuid(user) == 0 && canConnect() ? 0 : 1; });
+        EXPECT_EQ(client.wait(), 0) << user;
         CvPipe accepted;
         server.accept(accepted);
     }
@@ -190,6 +203,8 @@ TEST_F(PipeConnectTest, AStrangersLinkToASocketIsNotFollowed) {
     EXPECT_EQ(log.texts(), Lines{"ERROR: Pipe file " + link + " is a link of another user and not followed."});
     CvPipe accepted;
     EXPECT_THROW(server.accept(accepted), TimeoutException);
+    ChildProcess owner([] { return ::setuid(NOBODY) == 0 && canConnect() ? 0 : 1; });
+    EXPECT_EQ(owner.wait(), 0);
 }
 
 TEST_F(PipeConnectTest, OtherProgramsCanConnectToTheSocket) {
