@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/posix/SocketCalls.h"
 #include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
@@ -24,11 +25,15 @@ using Internal::Cvtp::logError;
 /// Each round means that another server came or went meanwhile.
 const int MAX_LOCK_ROUNDS = 1000;
 
-int inTheWay(const std::string& file, const std::string& expected, int code) {
+int inTheWay(const std::string& file, const std::string& reason, int code) {
     if (isError()) {
-        logError("Pipe file " + file + " is in the way and left alone: it is not " + expected + " of this user.");
+        logError("Pipe file " + file + " is in the way and left alone: " + reason + ".");
     }
     return code;
+}
+
+int isNotOwn(const std::string& file, const std::string& expected, int code) {
+    return inTheWay(file, "it is not " + expected + " of this user", code);
 }
 
 bool isOwn(const struct stat& status, mode_t type) {
@@ -56,7 +61,25 @@ FileDescriptor openLockFile(const std::string& file) {
 int explainRefusal(const std::string& file, int code) {
     struct stat status {};
     const bool isThere = calls().lstat(file.c_str(), &status) == 0;
-    return isThere && !isOwn(status, S_IFREG) ? inTheWay(file, "a lock file", code) : code;
+    return isThere && !isOwn(status, S_IFREG) ? isNotOwn(file, "a lock file", code) : code;
+}
+
+/// Nobody has the name of that socket locked, and yet somebody may listen at it: another program of the user's,
+/// which knows nothing of locks, or a server whose lock file was swept away as an old one.
+///
+/// @return 0 when nobody does.
+int checkUnserved(const std::string& file) {
+    const FileDescriptor probe = SocketCalls::createSocket();
+    if (!probe.isOpen()) {
+        return errno;
+    }
+    const sockaddr_un address = SocketCalls::socketAddress(file);
+    const int result = uninterrupted([&] { return SocketCalls::connectTo(probe.get(), address); });
+    // It takes the client, has no place for it, or is one for clients of another kind.
+    if (result == 0 || errno == EAGAIN || errno == EPROTOTYPE) {
+        return inTheWay(file, "somebody listens at it", EADDRINUSE);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -101,7 +124,7 @@ int NameClaim::lock() {
         // Another name of some other file of the user's, which must not be locked, may have been put here by a
         // stranger.
         if (!isOwn(status, S_IFREG) || status.st_nlink > 1) {
-            return inTheWay(address.lockFile, "a lock file", EPERM);
+            return isNotOwn(address.lockFile, "a lock file", EPERM);
         }
         if (uninterrupted([&] { return calls().flock(descriptor.get(), LOCK_EX | LOCK_NB); }) != 0) {
             return errno == EWOULDBLOCK ? EADDRINUSE : errno;
@@ -124,7 +147,11 @@ int NameClaim::clearLeftover(const std::string& file, mode_t type) {
         return errno == ENOENT ? 0 : errno;
     }
     if (!isOwn(status, type)) {
-        return inTheWay(file, type == S_IFSOCK ? "a socket" : "a direction link", EADDRINUSE);
+        return isNotOwn(file, type == S_IFSOCK ? "a socket" : "a direction link", EADDRINUSE);
+    }
+    const int served = type == S_IFSOCK ? checkUnserved(file) : 0;
+    if (served != 0) {
+        return served;
     }
     return calls().unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : errno;
 }

@@ -121,6 +121,22 @@ TEST_F(NameClaimFaultsTest, LeftoversThatCannotBeRemovedAreAFailure) {
     }
 }
 
+TEST_F(NameClaimFaultsTest, ASocketIsAskedForItsServerAndWithoutADescriptorThatIsAFailure) {
+    leaveFilesOfAKilledServer();
+    {
+        FakeSystem system;
+        system.on("socket", {failure(EMFILE)});
+        EXPECT_EQ(codeOfFailure(), "24");
+        EXPECT_THAT(folder.names(), UnorderedElementsAre("pipe", ".pipe.direction"));
+        EXPECT_EQ(openDescriptors(), descriptorsBefore);
+    }
+    // One that nobody may connect to is a leftover all the same; a signal says nothing.
+    FakeSystem system;
+    system.on("connect", {failure(EINTR), failure(EACCES)});
+    ServerCvPipe server("pipe", true, true);
+    EXPECT_EQ(system.madeOf("connect").size(), 2u);
+}
+
 TEST_F(NameClaimFaultsTest, LeftoversThatWentBySomebodyElseAreNone) {
     leaveFilesOfAKilledServer();
     FakeSystem system;

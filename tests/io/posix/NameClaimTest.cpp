@@ -1,6 +1,7 @@
 #include "tests/io/posix/NameClaimTest.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -47,6 +48,32 @@ TEST_F(NameClaimTest, WhatAKilledServerLeftIsCleared) {
     std::filesystem::create_symlink("readable", folder.file(".pipe.direction"));
     ServerCvPipe server("pipe", true, true);
     EXPECT_THAT(folder.names(), UnorderedElementsAre("pipe", ".pipe.lock"));
+    connectAndAccept(server);
+}
+
+TEST_F(NameClaimTest, TheSocketOfAnotherServiceOfTheUserIsLeftAlone) {
+    const sockaddr_un address = Platform::SocketCalls::socketAddress(folder.file("pipe"));
+    for (const int type : {SOCK_STREAM, SOCK_SEQPACKET, SOCK_DGRAM}) {
+        const Platform::FileDescriptor service(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(Platform::SocketCalls::bindTo(service.get(), address), 0);
+        if (type != SOCK_DGRAM) {
+            ASSERT_EQ(::listen(service.get(), 0), 0);
+        }
+        // The second server finds the place of the first taken.
+        expectRefusal("pipe", "somebody listens at it", 98);
+        expectRefusal("pipe", "somebody listens at it", 98);
+        std::filesystem::remove(folder.file("pipe"));
+    }
+}
+
+TEST_F(NameClaimTest, AServerKeepsItsNameWhenItsLockFileIsSweptAway) {
+    ServerCvPipe server("pipe", true, true);
+    std::filesystem::remove(folder.file(".pipe.lock"));
+    expectRefusal("pipe", "somebody listens at it", 98);
+    // It has seen a client that has gone again.
+    CvPipe seen;
+    server.accept(seen);
+    EXPECT_EQ(readSome(seen), "end of data");
     connectAndAccept(server);
 }
 

@@ -41,12 +41,15 @@ class NameClaimTest : public PipeTest {
     }
     /// `name` is in the way of a server: it fails, says so and leaves it as it is.
     void expectInTheWay(const std::string& name, const std::string& expected, int code, bool writable = true) {
+        expectRefusal(name, "it is not " + expected + " of this user", code, writable);
+    }
+    void expectRefusal(const std::string& name, const std::string& reason, int code, bool writable = true) {
         const ino_t inode = inodeOf(name);
         LogCapture log;
         EXPECT_FALSE(canBind("pipe", true, writable));
-        EXPECT_EQ(log.texts(), (Lines{"ERROR: Pipe file " + folder.file(name) +
-                                          " is in the way and left alone: it is not " + expected + " of this user.",
-                                      "ERROR: CreateNamedPipe failed: " + std::to_string(code)}));
+        EXPECT_EQ(log.texts(),
+                  (Lines{"ERROR: Pipe file " + folder.file(name) + " is in the way and left alone: " + reason + ".",
+                         "ERROR: CreateNamedPipe failed: " + std::to_string(code)}));
         EXPECT_EQ(inodeOf(name), inode);
         EXPECT_THAT(folder.names(), ::testing::UnorderedElementsAre(name));
     }
