@@ -71,6 +71,7 @@ TEST_F(NameClaimTest, AServerKeepsItsNameWhenItsLockFileIsSweptAway) {
     std::filesystem::remove(folder.file(".pipe.lock"));
     expectRefusal("pipe", "somebody listens at it", 98);
     // It has seen a client that has gone again.
+    server.setAcceptTimeout(10000);
     CvPipe seen;
     server.accept(seen);
     EXPECT_EQ(readSome(seen), "end of data");
