@@ -287,6 +287,19 @@ TEST_F(FaultGuardTest, AFaultBehindAbandonedWorkIsNotGuarded) {
         ExitedWithCode(HANDLED_ELSEWHERE), "");
 }
 
+TEST_F(FaultGuardTest, AFaultBehindWorkThatThrewIsNotGuarded) {
+    EXPECT_EXIT(
+        {
+            installOldHandler();
+            CvtpServer::setExceptionHandler(note);
+            std::thread([] {
+                EXPECT_THROW(runGuarded([] { throw 42; }), int);
+                writeToNull();
+            }).join();
+        },
+        ExitedWithCode(HANDLED_ELSEWHERE), "");
+}
+
 // The guard alone.
 
 TEST_F(FaultGuardTest, TellsWhetherTheWorkReturned) {
