@@ -16,7 +16,7 @@ namespace {
 
 using namespace Internal::Cvtp;
 
-int openFailed(int error) {
+int openFailed(DWORD error) {
     if (isError()) {
         logError("Could not open pipe. GLE=" + std::to_string(error));
     }
@@ -32,38 +32,35 @@ int openTimedOut(const std::string& path, DWORD wait) {
 
 /// One try to open the pipe.
 ///
-/// @return 0 or the code of the system.
-DWORD tryOpen(const std::string& path, bool readable, bool writable, Handle& pipe) {
+/// @param error the code of the system after a failure.
+/// @return whether it is open.
+bool tryOpen(const std::string& path, bool readable, bool writable, Handle& pipe, DWORD& error) {
     const DWORD access = (readable ? GENERIC_READ : 0) | (writable ? GENERIC_WRITE : 0);
     // A success need not change the code, and it is logged.
     SetLastError(ERROR_SUCCESS);
     pipe =
         Handle(calls().createFile(path.c_str(), access, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-    const DWORD error = GetLastError();
+    error = GetLastError();
     if (!pipe.isOpen()) {
-        return error;
+        return false;
     }
     if (isDebug()) {
         logDebug("CreateFile - " + path + " handle=" + pipe.text() + " GetLastError=" + std::to_string(error));
     }
-    return ERROR_SUCCESS;
+    return true;
 }
 
 /// Opens the pipe; while it is busy, waits for an instance and tries again, without limit to the number of tries.
 ///
 /// @return SUCCESS, OPEN_TIMED_OUT, OPEN_FAILED or OPEN_DENIED.
 int openPipe(const std::string& path, bool readable, bool writable, int timeoutMs, Handle& pipe) {
-    for (;;) {
-        const DWORD error = tryOpen(path, readable, writable, pipe);
-        switch (error) {
-            case ERROR_SUCCESS:
-                return SUCCESS;
-            case ERROR_ACCESS_DENIED:
-                return OPEN_DENIED;
-            case ERROR_PIPE_BUSY:
-                break;
-            default:
-                return openFailed(static_cast<int>(error));
+    DWORD error = ERROR_SUCCESS;
+    while (!tryOpen(path, readable, writable, pipe, error)) {
+        if (error == ERROR_ACCESS_DENIED) {
+            return OPEN_DENIED;
+        }
+        if (error != ERROR_PIPE_BUSY) {
+            return openFailed(error);
         }
         if (isDebug()) {
             logDebug("Waiting for named pipe.");
@@ -74,6 +71,7 @@ int openPipe(const std::string& path, bool readable, bool writable, int timeoutM
             return openTimedOut(path, wait);
         }
     }
+    return SUCCESS;
 }
 
 }  // namespace
@@ -82,7 +80,7 @@ int openChannel(const std::string& path, bool readable, bool writable, int timeo
     channel.reset();
     int code = checkPipeName(path);
     if (code != 0) {
-        return openFailed(code);
+        return openFailed(static_cast<DWORD>(code));
     }
     PipeEnd end;
     const int result = openPipe(path, readable, writable, timeoutMs, end.pipe);

@@ -18,11 +18,11 @@ int createManualResetEvent(Handle& event) {
     if (event.isOpen()) {
         return 0;
     }
-    const int code = static_cast<int>(GetLastError());
+    const DWORD code = GetLastError();
     if (isError()) {
         logError("CreateEvent failed: " + std::to_string(code));
     }
-    return code;
+    return failureCode(code);
 }
 
 }  // namespace

@@ -23,6 +23,12 @@ struct SystemCalls {
     decltype(&::CloseHandle) closeHandle = &::CloseHandle;
 };
 
+/// What a function that returns the code of the system returns after a call that has failed with `code`. A call may
+/// fail and leave no code, which must not look like a success.
+inline int failureCode(DWORD code) {
+    return static_cast<int>(code != ERROR_SUCCESS ? code : ERROR_GEN_FAILURE);
+}
+
 /// The table that is in use, at first that of the system itself.
 const SystemCalls& calls();
 

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,9 +13,12 @@
 namespace Corvane {
 namespace Testing {
 
+/// A call that fails and does not tell why.
+const DWORD NO_CODE = 0xFFFFFFFF;
+
 /// What a call of the system is to say.
 struct Answer {
-    /// 0 for success.
+    /// 0 for success, or NO_CODE.
     DWORD error = 0;
     /// Of calls that move bytes: how many.
     DWORD count = 0;
@@ -21,6 +26,8 @@ struct Answer {
 
 /// Stands in the place of the system while it lives, without any pipe: each call says what the test has asked for,
 /// first in, first out, and when nothing is left, that it has succeeded. Its handles are numbers, from 1000 on.
+///
+/// Each operation that it calls pending must be waited for before its record, or the handle of its pipe, goes.
 class FakeSystem {
  public:
     FakeSystem() {
@@ -39,6 +46,7 @@ class FakeSystem {
         Io::Platform::substituteCalls(&table);
     }
     ~FakeSystem() {
+        EXPECT_TRUE(pending.empty()) << "the system was never asked what became of it";
         Io::Platform::substituteCalls(nullptr);
         instance = nullptr;
     }
@@ -51,6 +59,9 @@ class FakeSystem {
     std::deque<DWORD> onWait;
     /// What successful reads bring.
     std::string incoming;
+
+    /// Called within each call, once that is noted, with its name: what another thread does at this very moment.
+    std::function<void(const std::string& name)> onCall;
 
     /// Each call with its arguments, in order; handles as their numbers.
     Lines made;
@@ -78,6 +89,22 @@ class FakeSystem {
         const char* separator = "";
         ((call += separator + text(arguments), separator = ", "), ...);
         made.push_back(call + ")");
+        if (onCall) {
+            onCall(name);
+        }
+    }
+
+    /// Notes an operation that is to say `answer`.
+    void begin(HANDLE pipe, const OVERLAPPED* record, const Answer& answer) {
+        EXPECT_EQ(pending.count(record), 0u) << "the record is the system's";
+        if (answer.error == ERROR_IO_PENDING) {
+            pending[record] = pipe;
+        }
+    }
+    /// A call about an operation must name the record that it began with.
+    void expectPending(HANDLE pipe, const OVERLAPPED* record) {
+        const auto found = pending.find(record);
+        EXPECT_TRUE(found != pending.end() && found->second == pipe) << made.back();
     }
     static std::string text(DWORD value) { return std::to_string(value); }
     static std::string text(int value) { return std::to_string(value); }
@@ -112,7 +139,7 @@ class FakeSystem {
     }
     static BOOL say(const Answer& answer) {
         if (answer.error != 0) {
-            SetLastError(answer.error);
+            SetLastError(answer.error == NO_CODE ? 0 : answer.error);
         }
         return answer.error == 0;
     }
@@ -133,7 +160,9 @@ class FakeSystem {
     }
     static BOOL WINAPI connectNamedPipe(HANDLE pipe, LPOVERLAPPED record) {
         instance->note("ConnectNamedPipe", pipe, static_cast<const OVERLAPPED*>(record));
-        return say(next(instance->onConnect));
+        const Answer answer = next(instance->onConnect);
+        instance->begin(pipe, record, answer);
+        return say(answer);
     }
     static HANDLE WINAPI createFile(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
                                     DWORD disposition, DWORD flags, HANDLE pattern) {
@@ -148,6 +177,7 @@ class FakeSystem {
     static BOOL WINAPI readFile(HANDLE pipe, LPVOID buffer, DWORD length, LPDWORD count, LPOVERLAPPED record) {
         instance->note("ReadFile", pipe, length, static_cast<const OVERLAPPED*>(record));
         const Answer answer = next(instance->onRead, static_cast<DWORD>(instance->incoming.size()));
+        instance->begin(pipe, record, answer);
         instance->readBuffer = static_cast<char*>(buffer);
         if (answer.error == 0) {
             instance->deliver(answer.count);
@@ -158,11 +188,14 @@ class FakeSystem {
     static BOOL WINAPI writeFile(HANDLE pipe, LPCVOID, DWORD length, LPDWORD count, LPOVERLAPPED record) {
         instance->note("WriteFile", pipe, length, static_cast<const OVERLAPPED*>(record));
         const Answer answer = next(instance->onWrite, length);
+        instance->begin(pipe, record, answer);
         *count = answer.count;
         return say(answer);
     }
     static BOOL WINAPI getOverlappedResult(HANDLE pipe, LPOVERLAPPED record, LPDWORD count, BOOL wait) {
         instance->note("GetOverlappedResult", pipe, static_cast<const OVERLAPPED*>(record), wait);
+        instance->expectPending(pipe, record);
+        instance->pending.erase(record);
         const Answer answer = next(instance->onResult);
         instance->deliver(answer.count);
         *count = answer.count;
@@ -170,6 +203,9 @@ class FakeSystem {
     }
     static BOOL WINAPI cancelIoEx(HANDLE pipe, LPOVERLAPPED record) {
         instance->note("CancelIoEx", pipe, static_cast<const OVERLAPPED*>(record));
+        if (record != nullptr) {
+            instance->expectPending(pipe, record);
+        }
         return say(next(instance->onCancel));
     }
     static HANDLE WINAPI createEvent(LPSECURITY_ATTRIBUTES attributes, BOOL manual, BOOL initial, LPCSTR name) {
@@ -190,6 +226,9 @@ class FakeSystem {
     }
     static BOOL WINAPI closeHandle(HANDLE handle) {
         instance->note("CloseHandle", handle);
+        for (const auto& operation : instance->pending) {
+            EXPECT_NE(operation.second, handle) << "an operation is still pending on it";
+        }
         const auto place =
             std::find(instance->open.begin(), instance->open.end(), reinterpret_cast<std::uintptr_t>(handle));
         EXPECT_NE(place, instance->open.end()) << "not open: " << handle;
@@ -208,6 +247,8 @@ class FakeSystem {
     Io::Platform::SystemCalls table;
     std::uintptr_t nextHandle = FIRST_HANDLE;
     char* readBuffer = nullptr;
+    /// The operations that are pending, by their records, with the handles of their pipes.
+    std::map<const OVERLAPPED*, HANDLE> pending;
 };
 
 }  // namespace Testing

@@ -68,12 +68,28 @@ TEST(PipeConnectTest, ARefusalIsDenied) {
 }
 
 TEST(PipeConnectTest, AnyOtherCodeIsLogged) {
-    for (const DWORD code : {2u, 109u, 232u, 535u, 995u, 997u, 258u, 4711u}) {
+    for (const DWORD code : {2ul, 109ul, 232ul, 535ul, 995ul, 997ul, 258ul, 4711ul, NO_CODE}) {
         FakeSystem system;
         system.onCreateFile = {{code}};
         LogCapture log;
         EXPECT_EQ(messageOf<ConnectException>([] { CvPipe("pipe", true, true); }), "Could not connect to pipe.");
-        EXPECT_EQ(log.texts(), Lines{"ERROR: Could not open pipe. GLE=" + std::to_string(code)});
+        EXPECT_EQ(log.texts(),
+                  Lines{"ERROR: Could not open pipe. GLE=" + (code == NO_CODE ? "0" : std::to_string(code))});
+        EXPECT_THAT(system.open, IsEmpty());
+    }
+}
+
+TEST(PipeConnectTest, AnEventThatFailsWithoutACodeIsAFailureAllTheSame) {
+    for (const bool isFirstThere : {false, true}) {
+        FakeSystem system;
+        system.onCreateEvent = {{NO_CODE}};
+        if (isFirstThere) {
+            system.onCreateEvent.push_front({0});
+        }
+        LogCapture log;
+        EXPECT_EQ(messageOf<CvPipeException>([] { CvPipe("pipe", true, true); }),
+                  "Unrecognized pipe connect error");
+        EXPECT_TRUE(log.has("ERROR: CreateEvent failed: 0"));
         EXPECT_THAT(system.open, IsEmpty());
     }
 }
