@@ -1,5 +1,7 @@
 #include "io/ServerCvPipe.h"
 
+#include <exception>
+#include <string>
 #include <utility>
 
 #include "cvtp/internal/Logging.h"
@@ -16,6 +18,21 @@ using Internal::Cvtp::isInfo;
 using Internal::Cvtp::logDebug;
 using Internal::Cvtp::logError;
 using Internal::Cvtp::logInfo;
+
+namespace {
+
+/// Nothing may leave a destructor: without memory for the line it is missing.
+void logDestruction(const std::string& name) noexcept {
+    try {
+        if (isDebug()) {
+            logDebug("Closing server pipe: " + name);
+        }
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+}  // namespace
 
 ServerCvPipe::ServerCvPipe() : prefix(Platform::PIPE_PREFIX) {}
 
@@ -51,9 +68,7 @@ ServerCvPipe& ServerCvPipe::operator=(const ServerCvPipe& other) {
 }
 
 ServerCvPipe::~ServerCvPipe() {
-    if (isDebug()) {
-        logDebug("Closing server pipe: " + name);
-    }
+    logDestruction(name);
     close();
 }
 

@@ -6,6 +6,12 @@ namespace Corvane {
 namespace Io {
 namespace Platform {
 
+bool cancelAll(HANDLE handle, DWORD& error) {
+    const bool isCancelled = calls().cancelIoEx(handle, nullptr) != FALSE;
+    error = isCancelled ? ERROR_SUCCESS : GetLastError();
+    return isCancelled;
+}
+
 OVERLAPPED* OverlappedOperation::prepare(HANDLE event) {
     record = OVERLAPPED{};
     record.hEvent = event;

@@ -11,6 +11,12 @@ inline DWORD waitTime(int timeoutMs) {
     return timeoutMs <= 0 ? INFINITE : static_cast<DWORD>(timeoutMs);
 }
 
+/// Asks the system to end all that is pending on the handle, no matter which thread began it.
+///
+/// @param error the code of the system, if it refuses, which it also does when there is nothing to end.
+/// @return whether it will.
+bool cancelAll(HANDLE handle, DWORD& error);
+
 /// The record of an operation that the system works on in the background, one after the other.
 ///
 /// While an operation is pending the system writes to the record and to the buffer of the operation, so neither may

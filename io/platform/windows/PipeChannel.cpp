@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -63,22 +64,20 @@ int writeFailed(const char* text, DWORD error) {
     return WRITE_FAILED;
 }
 
-void logClose(const std::string& handle, const std::string& event) {
-    if (isDebug()) {
-        logDebug("Close Handles: handle=" + handle + "; event=" + event);
-    }
-}
-
-void logCancelFailed(DWORD error) {
-    if (isInfo()) {
-        logInfo("CvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
-    }
-}
-
-void cancelAll(HANDLE handle) {
-    if (!calls().cancelIoEx(handle, nullptr)) {
+/// Also called by destructors, which nothing may leave: a line for which there is no memory is missing.
+///
+/// @param isCancelled what cancelAll() has said; if not, with this `error`.
+void logClose(const Handle& pipe, const Handle& event, bool isCancelled, DWORD error) noexcept {
+    try {
+        if (isDebug()) {
+            logDebug("Close Handles: handle=" + pipe.text() + "; event=" + event.text());
+        }
         // Also when there was nothing to cancel; deliberate.
-        logCancelFailed(GetLastError());
+        if (!isCancelled && isInfo()) {
+            logInfo("CvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
+        }
+    } catch (const std::exception&) {
+        return;
     }
 }
 
@@ -149,6 +148,11 @@ int PipeChannel::beginRead(int length) {
 /// @return what the pending read has come to; above zero, so many bytes are kept.
 int PipeChannel::awaitRead(int timeoutMs) {
     const DWORD status = reading.wait(timeoutMs);
+    if (status != WAIT_OBJECT_0 && closed.load()) {
+        // A close that came as the wait ended: the read was ended by it, and was not late.
+        reading.settle(end.pipe.get());
+        return ABORTED;
+    }
     if (status == WAIT_TIMEOUT) {
         // The read stays pending, and the next call takes it up.
         return readTimedOut();
@@ -239,6 +243,10 @@ int PipeChannel::awaitWrite(DWORD& count) {
     if (status != WAIT_OBJECT_0) {
         const DWORD waitError = GetLastError();
         writing.settle(end.pipe.get());
+        if (closed.load()) {
+            // As for a read: the close counts, not the time.
+            return ABORTED;
+        }
         return status == WAIT_TIMEOUT ? writeTimedOut() : writeFailed("WriteFile failed: ", waitError);
     }
     const DWORD error = writing.finish(end.pipe.get(), count);
@@ -257,9 +265,11 @@ int PipeChannel::awaitWrite(DWORD& count) {
 }
 
 void PipeChannel::close() {
-    logClose(end.pipe.text(), end.event.text());
     closed.store(true);
-    cancelAll(end.pipe.get());
+    DWORD error = ERROR_SUCCESS;
+    // Before anything is logged, which takes its time, and may fail.
+    const bool isCancelled = cancelAll(end.pipe.get(), error);
+    logClose(end.pipe, end.event, isCancelled, error);
 }
 
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
@@ -295,9 +305,8 @@ int closeChannel(const ChannelHandle& channel) {
         channel->close();
     } else {
         const Handle none;
-        logClose(none.text(), none.text());
         // Not asked: the value that means no handle is to some calls the process itself.
-        logCancelFailed(ERROR_INVALID_HANDLE);
+        logClose(none, none, false, ERROR_INVALID_HANDLE);
     }
     return SUCCESS;
 }

@@ -1,6 +1,7 @@
 #include "io/platform/windows/PipeListener.h"
 
 #include <chrono>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -37,42 +38,41 @@ int logResult(int result) {
     return result;
 }
 
-int createFailed(int code) {
+int createFailed(DWORD code) {
     if (isError()) {
         logError("CreateNamedPipe failed: " + std::to_string(code));
     }
-    return code;
+    return failureCode(code);
 }
 
-void logClose(const std::string& handle, const std::string& event) {
-    if (isDebug()) {
-        logDebug("Close Handles: handle=" + handle + " event= " + event);
-    }
-}
-
-void logCancelFailed(DWORD error) {
-    if (isInfo()) {
-        logInfo("ServerCvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
-    }
-}
-
-void cancelAll(HANDLE handle) {
-    if (!calls().cancelIoEx(handle, nullptr)) {
+/// Also called by destructors, which nothing may leave: a line for which there is no memory is missing.
+///
+/// @param isCancelled what cancelAll() has said; if not, with this `error`.
+void logClose(const Handle& pipe, const Handle& event, bool isCancelled, DWORD error) noexcept {
+    try {
+        if (isDebug()) {
+            logDebug("Close Handles: handle=" + pipe.text() + " event= " + event.text());
+        }
         // Also when there was nothing to cancel; deliberate.
-        logCancelFailed(GetLastError());
+        if (!isCancelled && isInfo()) {
+            logInfo("ServerCvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(error));
+        }
+    } catch (const std::exception&) {
+        return;
     }
 }
 
 void closeNothing() {
     const Handle none;
-    logClose(none.text(), none.text());
     // Not asked: the value that means no handle is to some calls the process itself.
-    logCancelFailed(ERROR_INVALID_HANDLE);
+    logClose(none, none, false, ERROR_INVALID_HANDLE);
 }
 
 /// @return 0 or the code of the system.
 int createPipe(const std::string& path, bool readable, bool writable, bool firstInstance, PipeInstance& instance) {
     SECURITY_ATTRIBUTES attributes = pipeSecurityAttributes();
+    // The flag of the first instance is 0x00080000, which makes a name that has one already fail. 0x80000000 in an
+    // open mode would be FILE_FLAG_WRITE_THROUGH, and would let a second server take the clients of the first.
     const DWORD openMode = FILE_FLAG_OVERLAPPED | (readable ? PIPE_ACCESS_INBOUND : 0) |
                            (writable ? PIPE_ACCESS_OUTBOUND : 0) |
                            (firstInstance ? FILE_FLAG_FIRST_PIPE_INSTANCE : 0);
@@ -81,7 +81,7 @@ int createPipe(const std::string& path, bool readable, bool writable, bool first
     instance.end.pipe = Handle(calls().createNamedPipe(path.c_str(), openMode, pipeMode, PIPE_UNLIMITED_INSTANCES,
                                                        BUFFER_SIZE, BUFFER_SIZE, 0, &attributes));
     if (!instance.end.pipe.isOpen()) {
-        return createFailed(static_cast<int>(GetLastError()));
+        return createFailed(GetLastError());
     }
     const int code = instance.end.createEvents();
     if (code == 0 && isDebug()) {
@@ -168,6 +168,11 @@ int PipeListener::connect(PipeInstance& instance, int timeoutMs) {
 int PipeListener::awaitConnect(PipeInstance& instance, int timeoutMs) {
     const DWORD status = instance.connecting.wait(timeoutMs);
     logValue("ServerCvPipe_acceptPipe WaitForSingleObject status = ", status);
+    if (status != WAIT_OBJECT_0 && isClosed()) {
+        // A close that came as the wait ended: the wait was ended by it, and was not too long.
+        instance.connecting.settle(instance.end.pipe.get());
+        return ABORTED;
+    }
     if (status == WAIT_TIMEOUT) {
         return ACCEPT_TIMED_OUT;
     }
@@ -222,13 +227,19 @@ void PipeListener::close() {
     std::shared_ptr<PipeInstance> instance;
     {
         const std::lock_guard<std::mutex> lock(mutex);
+        if (closed) {
+            // Closed and logged already, by whoever won a race or holds a copy of the server's pipe.
+            return;
+        }
         closed = true;
         instance.swap(current);
     }
     closing.notify_all();
     if (instance) {
-        logClose(instance->end.pipe.text(), instance->end.event.text());
-        cancelAll(instance->end.pipe.get());
+        DWORD error = ERROR_SUCCESS;
+        // Before anything is logged, which takes its time, and may fail.
+        const bool isCancelled = cancelAll(instance->end.pipe.get(), error);
+        logClose(instance->end.pipe, instance->end.event, isCancelled, error);
     } else {
         closeNothing();
     }
@@ -240,7 +251,7 @@ int createInstance(const std::string& path, bool readable, bool writable, bool f
         listener.reset();
         const int code = checkPipeName(path);
         if (code != 0) {
-            return createFailed(code);
+            return createFailed(static_cast<DWORD>(code));
         }
     } else if (!listener) {
         // Without a first instance the name belongs to somebody else, and another instance of it would take his

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -70,31 +71,34 @@ TEST_P(ReadCodeTest, EndsAsItShould) {
 }
 
 const Answer PENDING{ERROR_IO_PENDING, 0};
+const std::string READ_ABORTED = "InterruptedException CvPipe read aborted.";
 const std::string READ_FAILED = "CvPipeException CvPipe read failed.";
 
 INSTANTIATE_TEST_SUITE_P(
     AllCodes, ReadCodeTest,
-    ::testing::Values(
-        IoCase{"AtOnce", {0, 4}, 0, {}, "data", {}}, IoCase{"NothingAtOnce", {0, 0}, 0, {}, "end of data", {}},
-        IoCase{"BrokenAtOnce", {109, 0}, 0, {}, "end of data", {"WARN: ReadFile error: 109"}},
-        IoCase{"AbortedAtOnce", {995, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 995"}},
-        IoCase{"NoDataAtOnce", {232, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 232"}},
-        IoCase{"UnknownAtOnce", {4711, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 4711"}},
-        IoCase{"Pending", PENDING, 0, {0, 4}, "data", {}},
-        IoCase{"PendingWithACodeLeft", PENDING, 0, {997, 4}, "data", {}},
-        IoCase{"PendingWithNothing", PENDING, 0, {0, 0}, "end of data", {}},
-        IoCase{"PendingBroken", PENDING, 0, {109, 0}, "end of data", {}},
-        IoCase{"PendingBrokenWithData", PENDING, 0, {109, 4}, "data", {}},
-        IoCase{"PendingAborted", PENDING, 0, {995, 0}, "InterruptedException CvPipe read aborted.", {}},
-        IoCase{"PendingUnknown", PENDING, 0, {4711, 0}, READ_FAILED, {"ERROR: ReadFile failed: 4711"}},
-        IoCase{"TimedOut",
-               PENDING,
-               WAIT_TIMEOUT,
-               {},
-               "TimeoutException CvPipe read timeout.",
-               {"DEBUG: Read timed out."}},
-        IoCase{"WaitFailed", PENDING, WAIT_FAILED, {}, "end of data", {}},
-        IoCase{"WaitAbandoned", PENDING, WAIT_ABANDONED, {}, "end of data", {}}),
+    ::testing::Values(IoCase{"AtOnce", {0, 4}, 0, {}, "data", {}},
+                      IoCase{"NothingAtOnce", {0, 0}, 0, {}, "end of data", {}},
+                      IoCase{"BrokenAtOnce", {109, 0}, 0, {}, "end of data", {"WARN: ReadFile error: 109"}},
+                      IoCase{"AbortedAtOnce", {995, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 995"}},
+                      IoCase{"NoDataAtOnce", {232, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 232"}},
+                      IoCase{"UnknownAtOnce", {4711, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 4711"}},
+                      IoCase{"NoCodeAtOnce", {NO_CODE, 0}, 0, {}, READ_FAILED, {"WARN: ReadFile error: 0"}},
+                      IoCase{"Pending", PENDING, 0, {0, 4}, "data", {}},
+                      IoCase{"PendingWithACodeLeft", PENDING, 0, {997, 4}, "data", {}},
+                      IoCase{"PendingWithNothing", PENDING, 0, {0, 0}, "end of data", {}},
+                      IoCase{"PendingBroken", PENDING, 0, {109, 0}, "end of data", {}},
+                      IoCase{"PendingBrokenWithData", PENDING, 0, {109, 4}, "data", {}},
+                      IoCase{"PendingAborted", PENDING, 0, {995, 0}, READ_ABORTED, {}},
+                      IoCase{
+                          "PendingUnknown", PENDING, 0, {4711, 0}, READ_FAILED, {"ERROR: ReadFile failed: 4711"}},
+                      IoCase{"TimedOut",
+                             PENDING,
+                             WAIT_TIMEOUT,
+                             {},
+                             "TimeoutException CvPipe read timeout.",
+                             {"DEBUG: Read timed out."}},
+                      IoCase{"WaitFailed", PENDING, WAIT_FAILED, {}, "end of data", {}},
+                      IoCase{"WaitAbandoned", PENDING, WAIT_ABANDONED, {}, "end of data", {}}),
     [](const auto& item) { return std::string(item.param.name); });
 
 class WriteCodeTest : public ::testing::TestWithParam<IoCase> {};
@@ -106,6 +110,7 @@ TEST_P(WriteCodeTest, EndsAsItShould) {
     system.onWrite = {param.first};
     system.onWait = {param.status};
     system.onResult = {param.result};
+    system.made.clear();
     LogCapture log;
     EXPECT_EQ(outcomeOf([&] {
                   writeText(pipe, "data");
@@ -113,15 +118,16 @@ TEST_P(WriteCodeTest, EndsAsItShould) {
               }),
               param.outcome);
     EXPECT_EQ(log.texts(), param.lines);
-    EXPECT_EQ(system.madeOf("WriteFile"), Lines{"WriteFile(" + PIPE + ", 4, event " + WRITE_EVENT + ")"});
+    Lines calls{"WriteFile(" + PIPE + ", 4, event " + WRITE_EVENT + ")"};
     if (param.first.error == ERROR_IO_PENDING) {
-        EXPECT_EQ(system.madeOf("WaitForSingleObject"), Lines{"WaitForSingleObject(" + WRITE_EVENT + ", 10000)"});
+        calls.push_back("WaitForSingleObject(" + WRITE_EVENT + ", 10000)");
+        if (param.status != WAIT_OBJECT_0) {
+            calls.push_back("CancelIoEx(" + PIPE + ", event " + WRITE_EVENT + ")");
+        }
         // Whatever the wait said, the system has let go of the bytes.
-        EXPECT_EQ(system.madeOf("GetOverlappedResult"),
-                  Lines{"GetOverlappedResult(" + PIPE + ", event " + WRITE_EVENT + ", 1)"});
-        EXPECT_EQ(system.madeOf("CancelIoEx"),
-                  param.status != 0 ? Lines{"CancelIoEx(" + PIPE + ", event " + WRITE_EVENT + ")"} : Lines{});
+        calls.push_back("GetOverlappedResult(" + PIPE + ", event " + WRITE_EVENT + ", 1)");
     }
+    EXPECT_EQ(system.made, calls);
 }
 
 const std::string BROKEN = "BrokenPipeException Pipe was closed at other end.";
@@ -137,6 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
         IoCase{"BrokenAtOnce", {109, 0}, 0, {}, BROKEN, {"DEBUG: WriteFile broken pipe"}},
         IoCase{"NoDataAtOnce", {232, 0}, 0, {}, BROKEN, {"DEBUG: WriteFile broken pipe"}},
         IoCase{"UnknownAtOnce", {4711, 0}, 0, {}, WRITE_FAILED, {"ERROR: WriteFile error: 4711"}},
+        IoCase{"NoCodeAtOnce", {NO_CODE, 0}, 0, {}, WRITE_FAILED, {"ERROR: WriteFile error: 0"}},
         IoCase{"Pending", PENDING, 0, {0, 4}, "written", {}},
         IoCase{"PendingWithACodeLeft", PENDING, 0, {997, 4}, "written", {}},
         IoCase{"PendingWithNothing",
@@ -230,6 +237,116 @@ TEST(PipeChannelTest, CloseCancelsAllAndTheLastOneOutClosesTheHandles) {
     EXPECT_EQ(system.open.size(), 3u);
     channel.reset();
     EXPECT_THAT(system.open, IsEmpty());
+}
+
+TEST(PipeChannelTest, CloseSetsItsFlagAndCancelsBeforeItLogs) {
+    FakeSystem system;
+    Platform::ChannelHandle channel;
+    ASSERT_EQ(Platform::openChannel("\\\\.\\pipe\\pipe", true, true, 0, channel), 0);
+    LogCapture log;
+    int result = 0;
+    std::string logged;
+    system.onCall = [&](const std::string& name) {
+        if (name == "CancelIoEx") {
+            char c = ' ';
+            result = Platform::readChannel(channel, &c, 1, 0);
+            logged = log.log();
+        }
+    };
+    Platform::closeChannel(channel);
+    EXPECT_EQ(result, Platform::ABORTED);
+    EXPECT_EQ(logged, "");
+    EXPECT_EQ(log.texts(), Lines{"DEBUG: Close Handles: handle=1000; event=1001"});
+}
+
+/// What another thread does while the system is within the call of that name.
+std::function<void(const std::string&)> closeWithin(const std::string& call, CvPipe& pipe) {
+    return [call, &pipe](const std::string& name) {
+        if (name == call) {
+            pipe.close();
+        }
+    };
+}
+
+const std::string CLOSED = "DEBUG: Close Handles: handle=1000; event=1001";
+
+TEST(PipeChannelTest, ACloseThatComesJustBeforeAReadBeginsIsNotLost) {
+    FakeSystem system;
+    CvPipe pipe("pipe", true, true);
+    system.onRead = {PENDING};
+    // The first one is too early to find anything.
+    system.onCancel = {{ERROR_NOT_FOUND, 0}, {0, 0}};
+    system.onResult = {{ERROR_OPERATION_ABORTED, 0}};
+    system.made.clear();
+    system.onCall = closeWithin("ReadFile", pipe);
+    EXPECT_EQ(outcomeOf([&] { return readSome(pipe, 0, 10); }), READ_ABORTED);
+    EXPECT_EQ(system.made,
+              (Lines{"ReadFile(1000, 10, event 1001)", "CancelIoEx(1000, all)", "CancelIoEx(1000, event 1001)",
+                     "WaitForSingleObject(1001, 4294967295)", "GetOverlappedResult(1000, event 1001, 1)",
+                     "CloseHandle(1002)", "CloseHandle(1001)", "CloseHandle(1000)"}));
+}
+
+TEST(PipeChannelTest, ACloseThatComesJustBeforeAWriteBeginsIsNotLost) {
+    FakeSystem system;
+    CvPipe pipe("pipe", true, true);
+    system.onWrite = {PENDING};
+    system.onCancel = {{ERROR_NOT_FOUND, 0}, {0, 0}};
+    system.onResult = {{ERROR_OPERATION_ABORTED, 0}};
+    system.made.clear();
+    system.onCall = closeWithin("WriteFile", pipe);
+    EXPECT_EQ(outcomeOf([&] {
+                  writeText(pipe, "data");
+                  return "written";
+              }),
+              WRITE_ABORTED);
+    EXPECT_EQ(system.made,
+              (Lines{"WriteFile(1000, 4, event 1002)", "CancelIoEx(1000, all)", "CancelIoEx(1000, event 1002)",
+                     "WaitForSingleObject(1002, 10000)", "GetOverlappedResult(1000, event 1002, 1)",
+                     "CloseHandle(1002)", "CloseHandle(1001)", "CloseHandle(1000)"}));
+}
+
+TEST(PipeChannelTest, AReadThatTheSystemRefusesForACloseIsInterrupted) {
+    for (const DWORD code : {DWORD(ERROR_OPERATION_ABORTED), DWORD(ERROR_INVALID_HANDLE)}) {
+        FakeSystem system;
+        CvPipe pipe("pipe", true, true);
+        system.onRead = {{code, 0}};
+        system.onCall = closeWithin("ReadFile", pipe);
+        LogCapture log;
+        EXPECT_EQ(outcomeOf([&] { return readSome(pipe); }), READ_ABORTED);
+        EXPECT_EQ(log.texts(), Lines{CLOSED});
+    }
+}
+
+TEST(PipeChannelTest, AReadThatIsClosedAsItsTimeEndsIsInterrupted) {
+    for (const DWORD status : {static_cast<DWORD>(WAIT_TIMEOUT), WAIT_FAILED}) {
+        FakeSystem system;
+        CvPipe pipe("pipe", true, true);
+        system.onRead = {PENDING};
+        system.onWait = {status};
+        system.onResult = {{ERROR_OPERATION_ABORTED, 0}};
+        system.onCall = closeWithin("WaitForSingleObject", pipe);
+        LogCapture log;
+        EXPECT_EQ(outcomeOf([&] { return readSome(pipe, 70); }), READ_ABORTED);
+        EXPECT_EQ(log.texts(), Lines{CLOSED});
+    }
+}
+
+TEST(PipeChannelTest, AWriteThatIsClosedAsItsTimeEndsIsInterrupted) {
+    for (const DWORD status : {static_cast<DWORD>(WAIT_TIMEOUT), WAIT_FAILED}) {
+        FakeSystem system;
+        CvPipe pipe("pipe", true, true);
+        system.onWrite = {PENDING};
+        system.onWait = {status};
+        system.onResult = {{ERROR_OPERATION_ABORTED, 0}};
+        system.onCall = closeWithin("WaitForSingleObject", pipe);
+        LogCapture log;
+        EXPECT_EQ(outcomeOf([&] {
+                      writeText(pipe, "data");
+                      return "written";
+                  }),
+                  WRITE_ABORTED);
+        EXPECT_EQ(log.texts(), Lines{CLOSED});
+    }
 }
 
 TEST(PipeChannelTest, APendingReadIsCancelledAndAwaitedBeforeItsMemoryGoes) {

@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
+#include "io/platform/PipePlatform.h"
 #include "tests/io/windows/FakeSystem.h"
 
 namespace Corvane {
@@ -42,23 +44,26 @@ TEST(PipeListenerTest, CreatesWithExactlyTheseArguments) {
 }
 
 TEST(PipeListenerTest, AFailedCreationIsLogged) {
-    for (const DWORD code : {5u, 231u, 4711u}) {
+    for (const DWORD code : {5ul, 231ul, 4711ul, NO_CODE}) {
         FakeSystem system;
         system.onCreateNamedPipe = {{code}};
         LogCapture log;
         EXPECT_EQ(messageOf<BindException>([] { ServerCvPipe("pipe", true, true); }), "CreateNamedPipe failed");
-        EXPECT_EQ(log.texts().front(), "ERROR: CreateNamedPipe failed: " + std::to_string(code));
+        EXPECT_EQ(log.texts().front(),
+                  "ERROR: CreateNamedPipe failed: " + (code == NO_CODE ? "0" : std::to_string(code)));
     }
 }
 
 TEST(PipeListenerTest, AFailedCreationOfAnEventIsLoggedAndNothingStaysOpen) {
     FakeSystem system;
-    system.onCreateEvent = {{8}, {0}, {8}};
+    system.onCreateEvent = {{8}, {0}, {8}, {NO_CODE}, {0}, {NO_CODE}};
     LogCapture log;
-    EXPECT_THROW(ServerCvPipe("pipe", true, true), BindException);
-    EXPECT_THROW(ServerCvPipe("pipe", true, true), BindException);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_THROW(ServerCvPipe("pipe", true, true), BindException);
+    }
     EXPECT_THAT(system.open, IsEmpty());
-    EXPECT_TRUE(log.has("ERROR: CreateEvent failed: 8"));
+    EXPECT_EQ(log.count("ERROR: CreateEvent failed: 8"), 2);
+    EXPECT_EQ(log.count("ERROR: CreateEvent failed: 0"), 2);
 }
 
 struct AcceptCase {
@@ -116,6 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
         AcceptCase{"Broken", {109}, 0, {}, FAILED, {ERROR_IS + "109", CONNECT + "109", RETVAL_IS + "3", CREATED}},
         AcceptCase{
             "Unknown", {4711}, 0, {}, FAILED, {ERROR_IS + "4711", CONNECT + "4711", RETVAL_IS + "3", CREATED}},
+        AcceptCase{"NoCode", {NO_CODE}, 0, {}, FAILED, {ERROR_IS + "0", CONNECT + "0", RETVAL_IS + "3", CREATED}},
         AcceptCase{"Pending",
                    PENDING,
                    0,
@@ -228,6 +234,84 @@ TEST(PipeListenerTest, CloseCancelsAndLogsWhyItCouldNot) {
                                       "INFO: ServerCvPipe_closePipe CancelIoEx failed. Error code : 1168"}));
     }
     EXPECT_THAT(system.open, IsEmpty());
+}
+
+TEST(PipeListenerTest, CloseSetsItsFlagAndCancelsBeforeItLogs) {
+    FakeSystem system;
+    Platform::ListenerHandle listener;
+    ASSERT_EQ(Platform::createInstance("\\\\.\\pipe\\pipe", true, true, true, listener), 0);
+    LogCapture log;
+    int result = 0;
+    std::string logged = "nothing was cancelled";
+    system.onCancel = {{ERROR_NOT_FOUND}};
+    system.onCall = [&](const std::string& name) {
+        if (name == "CancelIoEx") {
+            logged = log.log();
+            Platform::ChannelHandle channel;
+            result = Platform::awaitClient(listener, 0, channel);
+        }
+    };
+    Platform::closeListener(listener);
+    EXPECT_EQ(result, Platform::ABORTED);
+    EXPECT_EQ(logged, "");
+    EXPECT_EQ(log.texts(), (Lines{CALLING, ERROR_IS + "995", "DEBUG: Close Handles: handle=1000 event= 1001",
+                                  "INFO: ServerCvPipe_closePipe CancelIoEx failed. Error code : 1168"}));
+}
+
+TEST(PipeListenerTest, WhatIsClosedAlreadyIsNeitherCancelledNorLoggedAgain) {
+    FakeSystem system;
+    Platform::ListenerHandle listener;
+    ASSERT_EQ(Platform::createInstance("\\\\.\\pipe\\pipe", true, true, true, listener), 0);
+    LogCapture log;
+    Platform::closeListener(listener);
+    Platform::closeListener(listener);
+    EXPECT_EQ(log.texts(), Lines{"DEBUG: Close Handles: handle=1000 event= 1001"});
+    EXPECT_EQ(system.madeOf("CancelIoEx").size(), 1u);
+}
+
+/// What another thread does while the system is within the call of that name.
+std::function<void(const std::string&)> closeWithin(const std::string& call, ServerCvPipe& server) {
+    return [call, &server](const std::string& name) {
+        if (name == call) {
+            server.close();
+        }
+    };
+}
+
+const std::string CLOSED = "DEBUG: Close Handles: handle=1000 event= 1001";
+
+TEST(PipeListenerTest, ACloseThatComesJustBeforeAWaitBeginsIsNotLost) {
+    FakeSystem system;
+    ServerCvPipe server("pipe", true, true);
+    system.onConnect = {PENDING};
+    // The first one is too early to find anything.
+    system.onCancel = {{ERROR_NOT_FOUND}, {0}};
+    system.onResult = {{ERROR_OPERATION_ABORTED}};
+    system.made.clear();
+    system.onCall = closeWithin("ConnectNamedPipe", server);
+    CvPipe accepted;
+    EXPECT_EQ(messageOf<InterruptedException>([&] { server.accept(accepted); }), "accept aborted");
+    EXPECT_EQ(system.made,
+              (Lines{"ConnectNamedPipe(1000, event 1001)", "CancelIoEx(1000, all)", "CancelIoEx(1000, event 1001)",
+                     "WaitForSingleObject(1001, 4294967295)", "GetOverlappedResult(1000, event 1001, 1)",
+                     "CloseHandle(1002)", "CloseHandle(1001)", "CloseHandle(1000)"}));
+}
+
+TEST(PipeListenerTest, AWaitThatIsClosedAsItsTimeEndsIsInterrupted) {
+    for (const DWORD status : {static_cast<DWORD>(WAIT_TIMEOUT), WAIT_FAILED}) {
+        FakeSystem system;
+        ServerCvPipe server("pipe", true, true);
+        server.setAcceptTimeout(70);
+        system.onConnect = {PENDING};
+        system.onWait = {status};
+        system.onResult = {{ERROR_OPERATION_ABORTED}};
+        system.onCall = closeWithin("WaitForSingleObject", server);
+        LogCapture log;
+        CvPipe accepted;
+        EXPECT_EQ(messageOf<InterruptedException>([&] { server.accept(accepted); }), "accept aborted");
+        EXPECT_EQ(log.texts(), (Lines{CALLING, ERROR_IS + "997", CLOSED, STATUS_IS + std::to_string(status),
+                                      "INFO: Accept aborted."}));
+    }
 }
 
 TEST(PipeListenerTest, APendingWaitIsCancelledAndAwaitedBeforeItsMemoryGoes) {
