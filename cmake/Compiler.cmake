@@ -31,6 +31,10 @@ else()
     add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow=local -Wnon-virtual-dtor
                         -Woverloaded-virtual -Wformat=2 -Wundef)
 endif()
+if(WIN32)
+    # The system's header without what nothing here needs, and without macros that break the standard library's names.
+    add_compile_definitions(NOMINMAX WIN32_LEAN_AND_MEAN)
+endif()
 if(CVTP_WERROR)
     set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
 endif()

@@ -1,10 +1,11 @@
 #include "io/platform/windows/PipeName.h"
 
+#include <windows.h>
+
 #include <cstddef>
 
 #include "cvtp/internal/Logging.h"
 #include "io/platform/PipePlatform.h"
-#include "io/platform/windows/WindowsHeader.h"
 #include "support/StringUtils.h"
 
 namespace Corvane {

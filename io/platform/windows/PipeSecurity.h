@@ -1,6 +1,6 @@
 #pragma once
 
-#include "io/platform/windows/WindowsHeader.h"
+#include <windows.h>
 
 namespace Corvane {
 namespace Io {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "io/platform/windows/WindowsHeader.h"
+#include <windows.h>
 // Needs the header above.
 #include <aclapi.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
+#include <windows.h>
 
-#include "io/platform/windows/WindowsHeader.h"
+#include <string>
 
 namespace Corvane {
 namespace Io {

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <windows.h>
+
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -14,7 +16,6 @@
 #include <thread>
 #include <vector>
 
-#include "io/platform/windows/WindowsHeader.h"
 #include "tests/io/PipeTest.h"
 
 namespace Corvane {

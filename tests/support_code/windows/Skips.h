@@ -1,9 +1,9 @@
 #pragma once
 
+#include <windows.h>
+
 #include <map>
 #include <string>
-
-#include "io/platform/windows/WindowsHeader.h"
 
 namespace Corvane {
 namespace Testing {

@@ -1,10 +1,10 @@
 #include "tests/support_code/StartedProcess.h"
 
+#include <windows.h>
+
 #include <stdexcept>
 #include <thread>
 #include <utility>
-
-#include "io/platform/windows/WindowsHeader.h"
 
 namespace Corvane {
 namespace Testing {

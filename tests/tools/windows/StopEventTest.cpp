@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include <string>
 
-#include "io/platform/windows/WindowsHeader.h"
 #include "tests/support_code/StartedProcess.h"
 #include "tests/support_code/TemporaryPipeDirectory.h"
 

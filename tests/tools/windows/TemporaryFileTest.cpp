@@ -1,20 +1,13 @@
 #include "tools/cvtp/platform/TemporaryFile.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <random>
 #include <string>
-
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
 
 namespace Corvane {
 namespace Tools {
