@@ -11,6 +11,7 @@
 #endif
 
 #include <mutex>
+#include <system_error>
 
 namespace Corvane {
 namespace Internal {
@@ -24,12 +25,22 @@ std::uint32_t currentThreadId() {
 
 class RecursiveMutex::SystemMutex {
  public:
-    SystemMutex() : handle(CreateMutexA(nullptr, FALSE, nullptr)) {}
+    /// @throws std::system_error the system has no more of them.
+    SystemMutex() : handle(CreateMutexA(nullptr, FALSE, nullptr)) {
+        if (handle == nullptr) {
+            // Nothing would ever be locked, and nobody would notice.
+            throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateMutex");
+        }
+    }
     ~SystemMutex() { CloseHandle(handle); }
     SystemMutex(const SystemMutex&) = delete;
     SystemMutex& operator=(const SystemMutex&) = delete;
 
-    void lock() { WaitForSingleObject(handle, INFINITE); }
+    void lock() {
+        // WAIT_ABANDONED is no failure: the last owner has ended without unlocking, and the lock is this thread's
+        // now.
+        WaitForSingleObject(handle, INFINITE);
+    }
     void unlock() { ReleaseMutex(handle); }
 
  private:

@@ -15,6 +15,7 @@ std::uint32_t currentThreadId();
 /// owner's thread id and how often it was taken.
 class RecursiveMutex {
  public:
+    /// @throws std::system_error on Windows, when the system has no more mutex objects.
     RecursiveMutex();
     ~RecursiveMutex();
     RecursiveMutex(const RecursiveMutex&) = delete;
