@@ -1,11 +1,5 @@
 #include "tools/cvtp/platform/StopSignal.h"
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <windows.h>
 
 #include <atomic>
@@ -30,8 +24,13 @@ std::atomic<bool> wasSignalled{false};
 
 HANDLE createEvent(const char* name) {
     const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, name);
+    const DWORD error = GetLastError();
     if (event == nullptr) {
-        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateEvent");
+        throw std::system_error(static_cast<int>(error), std::system_category(), "CreateEvent");
+    }
+    if (error == ERROR_ALREADY_EXISTS) {
+        // Somebody has it open from a process that had this id before, and may have set it then. It was not for us.
+        ResetEvent(event);
     }
     return event;
 }
