@@ -13,6 +13,10 @@ set_target_properties(cvtp PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     LINKER_LANGUAGE CXX)
+if(WIN32)
+    # The same name whichever compiler has built it; by itself that of Microsoft would leave "lib" out.
+    set_target_properties(cvtp PROPERTIES PREFIX lib IMPORT_PREFIX lib)
+endif()
 
 # Hidden visibility leaves the instantiations of the standard library's templates visible; the version script hides
 # these as well.

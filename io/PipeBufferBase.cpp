@@ -284,7 +284,7 @@ int PipeBufferBase<CharT, Traits>::sync() {
     return 0;
 }
 
-template class PipeBufferBase<char>;
+template class CVTP_EXPORT_DEFINED PipeBufferBase<char>;
 
 }  // namespace Io
 }  // namespace Corvane

@@ -86,7 +86,7 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     CharT oneChar;
 };
 
-extern template class CVTP_EXPORT PipeBufferBase<char>;
+extern template class CVTP_EXPORT_DECLARED PipeBufferBase<char>;
 
 }  // namespace Io
 }  // namespace Corvane

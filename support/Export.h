@@ -15,3 +15,13 @@
 #else
 #define CVTP_EXPORT __attribute__((visibility("default")))
 #endif
+
+/// The same for the instantiation of a template: the one mark stands where a header declares it, the other where a
+/// source defines it. MSVC refuses to export what is declared `extern`; the others only heed the declaration.
+#if defined(_MSC_VER) && defined(CVTP_BUILDING) && !defined(CVTP_STATIC)
+#define CVTP_EXPORT_DECLARED
+#define CVTP_EXPORT_DEFINED CVTP_EXPORT
+#else
+#define CVTP_EXPORT_DECLARED CVTP_EXPORT
+#define CVTP_EXPORT_DEFINED
+#endif
