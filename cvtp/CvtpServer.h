@@ -136,9 +136,9 @@ class CVTP_EXPORT CvtpServer : public Poco::Runnable {
     }
 
     /// The same for a lambda that captures nothing.
-    template <class Lambda>
-    static auto setExceptionHandler(Lambda filter) -> decltype(setExceptionHandler(+filter)) {
-        setExceptionHandler(+filter);
+    template <class Lambda, class = decltype(&Lambda::operator())>
+    static void setExceptionHandler(Lambda filter) {
+        setLambda(filter, &Lambda::operator());
     }
 
  private:
@@ -158,6 +158,14 @@ class CVTP_EXPORT CvtpServer : public Poco::Runnable {
         bool waited = false;
         std::int64_t totalMs = 0;
     };
+
+    /// The second argument tells the types of the first. To ask the lambda itself for a pointer, with +, is
+    /// ambiguous where a compiler has several kinds of functions.
+    template <class Lambda, class Code, class Info>
+    static void setLambda(const Lambda& lambda, int (Lambda::*)(Code code, Info* info) const) {
+        int (*const filter)(Code code, Info * info) = lambda;
+        setExceptionHandler(filter);
+    }
 
     static void installExceptionFilter(AnyFunction filter,
                                        int (*invoke)(AnyFunction filter, unsigned int code, void* info));

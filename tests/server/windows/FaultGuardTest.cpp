@@ -3,6 +3,8 @@
 
 #include "cvtp/internal/FaultGuard.h"
 
+#include <windows.h>
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -11,7 +13,6 @@
 #include <functional>
 #include <thread>
 
-#include "io/platform/windows/WindowsHeader.h"
 #include "tests/server/FaultingServer.h"
 #include "tests/server/OwnProcess.h"
 #include "tests/server/ServerTest.h"
@@ -523,6 +524,11 @@ void expectToBeAskedFor(DWORD code) {
 TEST_F(FaultGuardTest, ALambdaIsAFilter) {
     CvtpServer::setExceptionHandler([](unsigned int code, void* info) -> int { return note(code, info); });
     expectToBeAskedFor(EXCEPTION_INT_DIVIDE_BY_ZERO);
+}
+
+TEST_F(FaultGuardTest, ALambdaThatThrowsNothingIsAFilter) {
+    CvtpServer::setExceptionHandler([](unsigned int code, void* info) noexcept -> int { return note(code, info); });
+    expectToBeAskedFor(EXCEPTION_ACCESS_VIOLATION);
 }
 
 TEST_F(FaultGuardTest, ALambdaThatNamesTheTypeOfTheDetailsIsAFilter) {
