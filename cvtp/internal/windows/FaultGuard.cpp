@@ -1,11 +1,5 @@
 #include "cvtp/internal/FaultGuard.h"
 
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <windows.h>
 
 #include <malloc.h>
@@ -23,14 +17,6 @@ namespace {
 std::mutex filterLock;
 /// Guarded by filterLock.
 FaultGuard::Filter processFilter;
-
-/// A fault of processor or system. C++ exceptions, messages to debuggers and whatever an application raises are
-/// none, and must get to those who want to catch them.
-bool isFault(DWORD code) {
-    const DWORD SEVERITY_AND_CUSTOMER_BITS = 0xE0000000;
-    const DWORD SYSTEM_ERROR = 0xC0000000;
-    return (code & SEVERITY_AND_CUSTOMER_BITS) == SYSTEM_ERROR;
-}
 
 /// Shows a fault to the filter. Its answers are those of the system's own exception filters: above zero to leave
 /// the work, zero to look further, below zero to go on at the fault.
@@ -68,9 +54,33 @@ namespace {
 /// Whether there is a filter. Work under way asks here, since it may fault while somebody holds filterLock.
 std::atomic<bool> isFilterSet{false};
 
-int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, DWORD& code) {
-    code = info->ExceptionRecord->ExceptionCode;
-    return isFault(code) && isFilterSet ? ask(filter, info) : EXCEPTION_CONTINUE_SEARCH;
+/// What the compiler raises for a throw.
+const DWORD CPP_EXCEPTION = 0xE06D7363;
+
+/// Work under way. Without a constructor that does anything, and without a destructor, as it lies beside __try.
+struct Guarded {
+    DWORD code;
+    bool isAsking;
+};
+
+/// Answers for __except. Whatever code within the work handles has been handled before this is asked, so that any
+/// exception of the system that gets here would end the process; those of C++ go on to whoever called the guard.
+int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, Guarded& guarded) {
+    const DWORD code = info->ExceptionRecord->ExceptionCode;
+    // A fault of the filter itself gets here as well, and must not come back to it.
+    if (code == CPP_EXCEPTION || guarded.isAsking || !isFilterSet) {
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+    // Whoever goes on, or handles the exception elsewhere, may want to know it.
+    const DWORD lastError = GetLastError();
+    guarded.code = code;
+    guarded.isAsking = true;
+    const int answer = ask(filter, info);
+    guarded.isAsking = false;
+    if (answer <= FaultGuard::PASS_ON) {
+        SetLastError(lastError);
+    }
+    return answer;
 }
 
 }  // namespace
@@ -84,11 +94,11 @@ void FaultGuard::setFilter(const Filter& filter) {
 bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
     reserveStack();
     // Nothing here may have a destructor: the compiler does not allow it beside __try.
-    DWORD code = 0;
+    Guarded guarded = {0, false};
     __try {
         work();
-    } __except (filterFault(filter, GetExceptionInformation(), code)) {
-        recoverStack(code);
+    } __except (filterFault(filter, GetExceptionInformation(), guarded)) {
+        recoverStack(guarded.code);
         return false;
     }
     return true;
@@ -97,6 +107,14 @@ bool FaultGuard::run(const Filter& filter, const std::function<void()>& work) {
 #else
 
 namespace {
+
+/// A fault of processor or system. C++ exceptions, messages to debuggers and whatever an application raises are
+/// none, and must get to those who want to catch them: the handler below is asked before they are.
+bool isFault(DWORD code) {
+    const DWORD SEVERITY_AND_CUSTOMER_BITS = 0xE0000000;
+    const DWORD SYSTEM_ERROR = 0xC0000000;
+    return (code & SEVERITY_AND_CUSTOMER_BITS) == SYSTEM_ERROR;
+}
 
 /// Guarded work under way in a thread: where to go on after it was abandoned.
 struct Frame {
