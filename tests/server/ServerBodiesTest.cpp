@@ -354,7 +354,10 @@ TEST_F(ServerBodiesTest, AHandlerThatSwallowsTheFailureOfABodyClosesTheConnectio
 
 TEST_F(ServerBodiesTest, AHandlerThatStreamsCanTellAWholeBodyFromOneCutOff) {
     std::vector<std::string> seen;
+    Gate first;
+    Gate last;
     service.handler.onNotify = [&](CvtpServerRequest& request) {
+        (seen.size() < 3 ? first : last).open();
         const std::string body = rest(*request.getBodyStream());
         seen.push_back(body + (request.isBodyComplete() ? " whole" : " cut off"));
     };
@@ -364,11 +367,14 @@ TEST_F(ServerBodiesTest, AHandlerThatStreamsCanTellAWholeBodyFromOneCutOff) {
         client.send("NOTIFY /r CVTP/1.0\r\nContent-Length: 5\r\n\r\nhello");
         client.send("NOTIFY /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n");
         client.send("NOTIFY /r CVTP/1.0\r\nContent-Length: 10\r\n\r\nhello");
+        // As above: it stays until it was accepted.
+        first.wait();
     }
     EXPECT_TRUE(log.waitFor(closingLine()));
     {
         RawClient client("pipe");
         client.send("NOTIFY /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n");
+        last.wait();
     }
     EXPECT_TRUE(log.waitFor(closingLine("CvtpServer/Worker-2")));
     service.stop();
