@@ -233,9 +233,12 @@ TEST_F(FaultGuardTest, AFaultOfTheFilterItselfEndsTheProcess) {
 
 const int HANDLED_ELSEWHERE = 42;
 
+/// How often the filter is to be asked before a fault gets to the old handler.
+std::atomic<int> callsBefore{0};
+
 /// What an application has for faults that nobody else handles.
 LONG WINAPI oldHandler(EXCEPTION_POINTERS*) {
-    std::_Exit(HANDLED_ELSEWHERE);
+    std::_Exit(filterCalls == callsBefore ? HANDLED_ELSEWHERE : 1);
 }
 
 void installOldHandler() {
@@ -282,6 +285,7 @@ TEST_F(FaultGuardTest, AFaultBehindAbandonedWorkIsNotGuarded) {
             CvtpServer::setExceptionHandler(note);
             std::thread([] {
                 EXPECT_FALSE(runGuarded(writeToNull));
+                callsBefore = 1;
                 writeToNull();
             }).join();
         },
@@ -409,6 +413,7 @@ TEST_F(FaultGuardTest, NullTakesTheGuardFromWorkUnderWay) {
                 // Work that was abandoned before must not keep the guard in place.
                 EXPECT_FALSE(runGuarded(writeToNull));
                 EXPECT_FALSE(runGuarded(writeToNull));
+                callsBefore = 2;
                 runGuarded([] {
                     CvtpServer::setExceptionHandler(nullptr);
                     writeToNull();
