@@ -1,5 +1,5 @@
 // The order of the virtual functions of the public classes, which programs that were built against an earlier
-// library rely on. For Linux alone: only the C++ ABI of its compilers lets a pointer to a member function tell the
+// library rely on. Not for MSVC: in the C++ ABI of all other compilers a pointer to a member function tells the
 // slot.
 
 #include <gtest/gtest.h>
