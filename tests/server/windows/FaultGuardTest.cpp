@@ -292,13 +292,24 @@ TEST_F(FaultGuardTest, AFaultBehindAbandonedWorkIsNotGuarded) {
         ExitedWithCode(HANDLED_ELSEWHERE), "");
 }
 
+/// Runs guarded work far down the stack, where nothing of a later fault writes over what it has left behind.
+void runGuardedFarDown(const std::function<void()>& work) {
+    volatile char space[65536];
+    space[0] = 1;
+    runGuarded(work);
+    space[1] = space[0];
+}
+
+/// No compiler puts it into the frame of its caller.
+void (*volatile farDown)(const std::function<void()>&) = runGuardedFarDown;
+
 TEST_F(FaultGuardTest, AFaultBehindWorkThatThrewIsNotGuarded) {
     EXPECT_EXIT(
         {
             installOldHandler();
             CvtpServer::setExceptionHandler(note);
             std::thread([] {
-                EXPECT_THROW(runGuarded([] { throw 42; }), int);
+                EXPECT_THROW(farDown([] { throw 42; }), int);
                 writeToNull();
             }).join();
         },
