@@ -77,10 +77,12 @@ int filterFault(const FaultGuard::Filter& filter, EXCEPTION_POINTERS* info, Guar
     guarded.isAsking = true;
     const int answer = ask(filter, info);
     guarded.isAsking = false;
-    if (answer <= FaultGuard::PASS_ON) {
-        SetLastError(lastError);
+    if (answer > FaultGuard::PASS_ON) {
+        return EXCEPTION_EXECUTE_HANDLER;
     }
-    return answer;
+    SetLastError(lastError);
+    // Any other number below zero is not understood everywhere.
+    return answer == FaultGuard::PASS_ON ? EXCEPTION_CONTINUE_SEARCH : EXCEPTION_CONTINUE_EXECUTION;
 }
 
 }  // namespace
