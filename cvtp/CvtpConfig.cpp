@@ -1,9 +1,5 @@
 #include "cvtp/CvtpConfig.h"
 
-#include <sys/stat.h>
-
-#include <cstdlib>
-
 #include "cvtp/internal/ConfigDocument.h"
 #include "cvtp/internal/ConfigOptions.h"
 #include "cvtp/internal/Logging.h"
@@ -33,10 +29,8 @@ CvtpConfig::CvtpConfig() : document(std::make_unique<ConfigDocument>()) {
 CvtpConfig::~CvtpConfig() = default;
 
 void CvtpConfig::loadConfigFile() {
-    const char* const named = std::getenv("CvtpConfigurationFile");
-    const std::string path = named != nullptr ? named : "CvtpConfig.xml";
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) {
+    const std::string path = Internal::Cvtp::configFilePath();
+    if (!Internal::Cvtp::exists(path)) {
         if (isError()) {
             logError("Cannot find cvtp Configuration file: " + path);
         }

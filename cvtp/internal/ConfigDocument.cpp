@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <vector>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -66,29 +67,52 @@ std::string attributeOf(const DOMElement& element, const char* name) {
 
 }  // namespace
 
+std::string configFilePath() {
+    const char* const named = std::getenv("CvtpConfigurationFile");
+    return named != nullptr ? named : "CvtpConfig.xml";
+}
+
+bool exists(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0;
+}
+
 ConfigDocument::ConfigDocument() = default;
 
 ConfigDocument::~ConfigDocument() = default;
 
 void ConfigDocument::load(const std::string& path) {
-    try {
-        parse(path);
-    } catch (const FileError& failure) {
-        logError(failure.what());
-    } catch (const xercesc::SAXParseException& failure) {
-        logError(localText(failure.getMessage()) + " (line " + std::to_string(failure.getLineNumber()) +
-                 ", column " + std::to_string(failure.getColumnNumber()) + ")");
-    } catch (const xercesc::SAXException& failure) {
-        logError(localText(failure.getMessage()));
-    } catch (const xercesc::XMLException& failure) {
-        logError(localText(failure.getMessage()));
-    } catch (const xercesc::DOMException& failure) {
-        logError(localText(failure.getMessage()));
-    } catch (...) {
-        logError("Unexpected Exception while parsing the Cvtp configuration file");
+    const std::string failure = tryToLoad(path);
+    if (!failure.empty()) {
+        logError(failure);
     }
+}
+
+std::string ConfigDocument::tryToLoad(const std::string& path) {
+    std::string failure = reasonNotToParse(path);
     if (root == nullptr) {
         parser.reset();
+    }
+    return failure;
+}
+
+std::string ConfigDocument::reasonNotToParse(const std::string& path) {
+    try {
+        parse(path);
+        return std::string();
+    } catch (const FileError& failure) {
+        return failure.what();
+    } catch (const xercesc::SAXParseException& failure) {
+        return localText(failure.getMessage()) + " (line " + std::to_string(failure.getLineNumber()) + ", column " +
+               std::to_string(failure.getColumnNumber()) + ")";
+    } catch (const xercesc::SAXException& failure) {
+        return localText(failure.getMessage());
+    } catch (const xercesc::XMLException& failure) {
+        return localText(failure.getMessage());
+    } catch (const xercesc::DOMException& failure) {
+        return localText(failure.getMessage());
+    } catch (...) {
+        return "Unexpected Exception while parsing the Cvtp configuration file";
     }
 }
 

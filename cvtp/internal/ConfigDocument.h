@@ -13,6 +13,13 @@ namespace Cvtp {
 
 class ConfigParser;
 
+/// The path of the configuration file of this process: what the environment variable "CvtpConfigurationFile" holds
+/// or, without it, "CvtpConfig.xml".
+std::string configFilePath();
+
+/// True when anything is at the path, as far as this process can see.
+bool exists(const std::string& path);
+
 /// A configuration file in memory. Xerces must be initialised. Once it is loaded, several threads may read it.
 class ConfigDocument {
  public:
@@ -34,6 +41,9 @@ class ConfigDocument {
     /// empty.
     void load(const std::string& path);
 
+    /// The same without the log. @return why the file is not loaded; empty if it is.
+    std::string tryToLoad(const std::string& path);
+
     bool isLoaded() const { return root != nullptr; }
 
     /// The first child of the root that is an element of that name, whose attributes "function" and "component" are
@@ -42,6 +52,7 @@ class ConfigDocument {
                                          const std::string& component) const;
 
  private:
+    std::string reasonNotToParse(const std::string& path);
     void parse(const std::string& path);
 
     /// Outlives what lies in it.

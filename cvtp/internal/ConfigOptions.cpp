@@ -1,14 +1,10 @@
 #include "cvtp/internal/ConfigOptions.h"
 
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
 #include <functional>
-#include <limits>
 #include <map>
 #include <sstream>
-#include <xercesc/util/NumberFormatException.hpp>
-#include <xercesc/util/XMLString.hpp>
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/util/XMLException.hpp>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpServer.h"
@@ -31,23 +27,10 @@ using xercesc::DOMNode;
 using Setter = std::function<void(const DOMNode& attribute)>;
 using Setters = std::map<std::string, Setter>;
 
-/// @throws xercesc::NumberFormatException no number, or one that an int cannot hold.
-int parseInt(const XMLCh* text) {
-    const int number = xercesc::XMLString::parseInt(text);
-    // Where a long is longer than an int, Xerces cuts off what an int cannot hold. Where it is not, this is an
-    // overflow, and so it is everywhere here.
-    errno = 0;
-    const long long whole = std::strtoll(utf8Text(text).c_str(), nullptr, 10);
-    if (errno == ERANGE || whole != number) {
-        ThrowXML(xercesc::NumberFormatException, xercesc::XMLExcepts::Str_ConvertOverflow);
-    }
-    return number;
-}
-
 /// @throws xercesc::NumberFormatException after a line at ERROR.
 int numberIn(const DOMNode& attribute) {
     try {
-        return parseInt(attribute.getNodeValue());
+        return intIn(attribute.getNodeValue());
     } catch (const xercesc::XMLException&) {
         if (isError()) {
             logError("The attribute " + onOneLine(utf8Text(attribute.getNodeName())) +

@@ -1,7 +1,10 @@
 #include "cvtp/internal/XmlText.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <memory>
+#include <xercesc/util/NumberFormatException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -43,6 +46,18 @@ std::string localText(const XMLCh* text) {
     const auto release = [](char* bytes) { XMLString::release(&bytes); };
     const std::unique_ptr<char, decltype(release)> bytes(XMLString::transcode(text), release);
     return bytes == nullptr ? std::string() : onOneLine(bytes.get());
+}
+
+int intIn(const XMLCh* text) {
+    const int number = XMLString::parseInt(text);
+    // Where a long is longer than an int, Xerces cuts off what an int cannot hold. Where it is not, this is an
+    // overflow, and so it is everywhere here.
+    errno = 0;
+    const long long whole = std::strtoll(utf8Text(text).c_str(), nullptr, 10);
+    if (errno == ERANGE || whole != number) {
+        ThrowXML(xercesc::NumberFormatException, xercesc::XMLExcepts::Str_ConvertOverflow);
+    }
+    return number;
 }
 
 std::string onOneLine(std::string text) {

@@ -21,6 +21,11 @@ std::string utf8Text(const XMLCh* text);
 /// The text in the code page of the process's locale, on one line: a control byte becomes a blank.
 std::string localText(const XMLCh* text);
 
+/// The integer that the text is, with blanks around it or not.
+///
+/// @throws xercesc::NumberFormatException it is none, or one that an int cannot hold.
+int intIn(const XMLCh* text);
+
 /// A copy on one line: a control byte becomes a blank. What a file holds must not look like a line of the log.
 std::string onOneLine(std::string text);
 

@@ -14,6 +14,7 @@ void addServeCommand(CLI::App& app, int& exitCode);
 void addPostCommand(CLI::App& app, int& exitCode);
 void addNotifyCommand(CLI::App& app, int& exitCode);
 void addListCommand(CLI::App& app, int& exitCode);
+void addConfigCommand(CLI::App& app, int& exitCode);
 
 }  // namespace Tools
 }  // namespace Corvane

@@ -50,11 +50,14 @@ void RequestOptions::addTo(CLI::App& command) {
                     "How long to wait for a busy server, in milliseconds; 0 waits forever (default 60000)")
         ->type_name("MS")
         ->check(CLI::NonNegativeNumber);
+    config.addTo(command);
     log.addTo(command);
 }
 
 void RequestOptions::setOptionsOf(Cvtp::CvtpClient& client) const {
     client.setOption(Cvtp::CvtpClient::USER_AGENT, std::string("cvtp/" CVTP_TOOL_VERSION));
+    config.setOptionsOf(client);
+    // After the file, as it wins.
     if (connectTimeout) {
         client.setOption(Cvtp::CvtpClient::CONNECTION_TIMEOUT, *connectTimeout);
     }

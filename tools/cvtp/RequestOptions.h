@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cvtp/ConfigOptions.h"
 #include "tools/cvtp/LogOptions.h"
 #include "tools/cvtp/RequestBody.h"
 
@@ -26,11 +27,13 @@ struct RequestOptions {
     /// Each as "Name: value".
     std::vector<std::string> headers;
     std::optional<int> connectTimeout;
+    ConfigOptions config;
     BodyOptions body;
     LogOptions log;
 
     void addTo(CLI::App& command);
 
+    /// @throws UsageError the configuration file cannot be used.
     void setOptionsOf(Cvtp::CvtpClient& client) const;
 
     /// Gives the request its headers.

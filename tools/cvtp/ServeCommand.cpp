@@ -9,6 +9,7 @@
 #include "io/Exceptions.h"
 #include "io/ServerCvPipe.h"
 #include "tools/cvtp/Commands.h"
+#include "tools/cvtp/ConfigOptions.h"
 #include "tools/cvtp/EchoHandler.h"
 #include "tools/cvtp/Failure.h"
 #include "tools/cvtp/LogOptions.h"
@@ -29,9 +30,11 @@ struct ServeOptions {
     std::optional<int> idleTimeout;
     std::optional<int> receiveTimeout;
     std::optional<int> bufferSize;
+    ConfigOptions config;
     LogOptions log;
 
     void addTo(CLI::App& command);
+    /// @throws UsageError the configuration file cannot be used.
     void setOptionsOf(CvtpServer& server) const;
 };
 
@@ -65,10 +68,13 @@ void ServeOptions::addTo(CLI::App& command) {
     command.add_option("--buffer-size", bufferSize, "The size of the buffers, in bytes (default 4096)")
         ->type_name("N")
         ->check(CLI::Range(1, 1 << 30));
+    config.addTo(command);
     log.addTo(command);
 }
 
 void ServeOptions::setOptionsOf(CvtpServer& server) const {
+    // First, so that what stands on the command line wins.
+    config.setOptionsOf(server);
     const auto set = [&server](CvtpServer::ServerOptions option, const std::optional<int>& value) {
         if (value) {
             server.setOption(option, *value);

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     Corvane::Tools::addPostCommand(app, exitCode);
     Corvane::Tools::addNotifyCommand(app, exitCode);
     Corvane::Tools::addListCommand(app, exitCode);
+    Corvane::Tools::addConfigCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
