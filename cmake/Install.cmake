@@ -33,6 +33,9 @@ string(REGEX REPLACE "/$" "" cvtp_pc_to_prefix "${cvtp_pc_to_prefix}")
 configure_file(cmake/libcvtp.pc.in ${PROJECT_BINARY_DIR}/libcvtp.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/libcvtp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+# Side by side, as the first names the second.
+install(FILES examples/CvtpConfig.xml docs/CvtpConfig.xsd DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
 if(CVTP_BUILD_TOOLS)
     install(TARGETS cvtp_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

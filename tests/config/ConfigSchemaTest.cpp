@@ -45,12 +45,15 @@ class ConfigSchemaTest : public ConfigTest {
         parser.setDoSchema(true);
         parser.setValidationSchemaFullChecking(true);
         parser.setValidationScheme(xercesc::XercesDOMParser::Val_Always);
-        parser.loadGrammar(CVTP_TEST_CONFIG_SCHEMA, xercesc::Grammar::SchemaGrammarType, true);
+        parser.loadGrammar(absolute(CVTP_TEST_CONFIG_SCHEMA).c_str(), xercesc::Grammar::SchemaGrammarType, true);
         parser.useCachedGrammarInParse(true);
         parser.setLoadSchema(false);
-        parser.parse(path.c_str());
+        parser.parse(absolute(path).c_str());
         return complaints.texts;
     }
+
+    /// Under Wine Xerces takes a path without a drive for a relative one.
+    static std::string absolute(const std::string& path) { return std::filesystem::absolute(path).string(); }
 
     Texts complaintsOfEntries(const std::string& entries) const {
         return complaintsOf(write("file.xml", "<CvtpConfig>" + entries + "</CvtpConfig>"));

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "cvtp/CvtpClient.h"
+#include "cvtp/CvtpConfig.h"
 #include "cvtp/CvtpHandler.h"
 #include "cvtp/CvtpResponse.h"
 #include "cvtp/CvtpServer.h"
@@ -67,6 +68,13 @@ bool isConnectFailureCaught() {
     return false;
 }
 
+/// The environment names the example of a configuration file.
+bool isConfigured() {
+    CvtpClient client;
+    CvtpConfig::getInstance().setCvtpClientOptions(client, "orders", "intake");
+    return CvtpConfig::getInstance().isLoaded() && client.getIntegerOption(CvtpClient::CONNECTION_TIMEOUT) == 5000;
+}
+
 }  // namespace
 
 int main() {
@@ -79,5 +87,5 @@ int main() {
     server.shutdown();
     running.join();
     std::cout << answer << std::endl;
-    return answer == "200 reward" && isConnectFailureCaught() ? EXIT_SUCCESS : EXIT_FAILURE;
+    return answer == "200 reward" && isConnectFailureCaught() && isConfigured() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -23,6 +23,7 @@ class RequestOptionsTest : public ConfigTest {
             "file.xml",
             "<any><CvtpClient function=\"f\" component=\"c\" connect_timeout=\"7\" stale_timeout=\"8\"/></any>"));
         CLI::App app;
+        app.allow_windows_style_options(false);
         Tools::RequestOptions options;
         options.addTo(app);
         std::vector<std::string> words = {"pipe", "/resource"};
