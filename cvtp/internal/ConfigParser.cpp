@@ -104,8 +104,7 @@ void ConfigParser::startElement(const xercesc::XMLElementDecl& element, unsigned
     if (levels >= MOST_LEVELS) {
         refuse("The elements of the configuration file have more than " + std::to_string(MOST_LEVELS) + " levels.");
     }
-    // There is no end of an empty element.
-    levels += isEmpty ? 0 : 1;
+    ++levels;
     XercesDOMParser::startElement(element, uri, prefix, attributes, attributeCount, isEmpty, isRoot);
 }
 

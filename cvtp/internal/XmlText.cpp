@@ -1,7 +1,6 @@
 #include "cvtp/internal/XmlText.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <xercesc/util/NumberFormatException.hpp>
@@ -52,9 +51,7 @@ int intIn(const XMLCh* text) {
     const int number = XMLString::parseInt(text);
     // Where a long is longer than an int, Xerces cuts off what an int cannot hold. Where it is not, this is an
     // overflow, and so it is everywhere here.
-    errno = 0;
-    const long long whole = std::strtoll(utf8Text(text).c_str(), nullptr, 10);
-    if (errno == ERANGE || whole != number) {
+    if (std::strtoll(utf8Text(text).c_str(), nullptr, 10) != number) {
         ThrowXML(xercesc::NumberFormatException, xercesc::XMLExcepts::Str_ConvertOverflow);
     }
     return number;

@@ -76,6 +76,27 @@ std::size_t allocationsFor(const std::string& text) {
     return count;
 }
 
+/// Has most that the parser knows of.
+const std::string BIT_OF_EVERYTHING =
+    "<?xml version=\"1.0\"?><!DOCTYPE a [<!ENTITY b \"c\"><!ENTITY % d \"\"> %d;<!ELEMENT a (e|(f,(e?,a)+))*>"
+    "<!ELEMENT e (#PCDATA|f|a)*><!ATTLIST e g CDATA \"h\" i ID #IMPLIED j (k|l) 'k' m NMTOKENS ' n  o '>"
+    "<!NOTATION n SYSTEM \"n\"><!-- c --><?p i?>]><!-- - --><a xmlns:x=\"u\">&b;<e function=\"&b;\" i=\"i\" "
+    "x:j=\"k\"><![CDATA[l]]></e><?m n?><e><f/></e><x:f/></a>";
+
+/// Parses with so much memory in all. @return true when it was enough.
+bool parsesWith(std::size_t bytes) {
+    LimitedMemory memory(bytes, bytes, 4 * 1024 * 1024);
+    ConfigParser parser(memory);
+    const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(BIT_OF_EVERYTHING.data()),
+                                            BIT_OF_EVERYTHING.size(), "text", false, &memory);
+    try {
+        parser.parse(source);
+        return true;
+    } catch (const OutOfMemoryException&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 TEST_F(LimitedMemoryTest, GivesBlocksThatCanBeUsed) {
@@ -198,18 +219,26 @@ TEST_F(LimitedMemoryTest, FreesWhatNobodyHasFreed) {
 
 // What Xerces throws from a destructor, or frees before it was made, would end the process here.
 TEST_F(LimitedMemoryTest, CanRunOutAtAnyMomentOfParsing) {
-    const std::string bitOfEverything =
-        "<?xml version=\"1.0\"?><!DOCTYPE a [<!ENTITY b \"c\"><!ENTITY % d \"\"> %d;<!ELEMENT a (e|(f,(e?,a)+))*>"
-        "<!ELEMENT e (#PCDATA|f|a)*><!ATTLIST e g CDATA \"h\" i ID #IMPLIED j (k|l) 'k' m NMTOKENS ' n  o '>"
-        "<!NOTATION n SYSTEM \"n\"><!-- c --><?p i?>]><!-- - --><a xmlns:x=\"u\">&b;<e function=\"&b;\" i=\"i\" "
-        "x:j=\"k\"><![CDATA[l]]></e><?m n?><e><f/></e><x:f/></a>";
-    EXPECT_GT(allocationsFor(bitOfEverything), 300u);
+    EXPECT_GT(allocationsFor(BIT_OF_EVERYTHING), 300u);
     for (const auto& files : {malformedFiles(), outwardFiles("other")}) {
         for (const BadFile& file : files) {
             SCOPED_TRACE(file.name);
             EXPECT_GT(allocationsFor(file.content.substr(0, 1000)), 100u);
         }
     }
+}
+
+// The parser that has just enough must take more to clear up.
+TEST_F(LimitedMemoryTest, ClearsUpWithTheReserve) {
+    std::size_t tooLittle = 1024 * 1024 / 2;
+    std::size_t enough = 16 * 1024 * 1024;
+    ASSERT_TRUE(parsesWith(enough));
+    while (enough - tooLittle > 1) {
+        const std::size_t bytes = tooLittle + (enough - tooLittle) / 2;
+        (parsesWith(bytes) ? enough : tooLittle) = bytes;
+    }
+    EXPECT_FALSE(parsesWith(tooLittle));
+    EXPECT_TRUE(parsesWith(enough));
 }
 
 TEST_F(LimitedMemoryTest, CanRunOutInADeclarationOfAnyDepth) {
