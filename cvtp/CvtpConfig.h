@@ -59,10 +59,9 @@ class CVTP_EXPORT CvtpConfig {
     /// An unknown attribute is logged at ERROR, the unsupported "read_timeout" of a client at WARN; both change
     /// nothing.
     ///
-    /// @throws xercesc::NumberFormatException when the value of an option is not an integer of 32 bits, after it
-    /// was
-    ///         logged at ERROR. It is no std::exception; `catch (...)` catches it without the headers of Xerces.
-    ///         The options before that attribute are set, those after it are not.
+    /// @throws xercesc::NumberFormatException the value of an option is not an integer of 32 bits; that was logged
+    ///     at ERROR. It is no std::exception; `catch (...)` catches it without the headers of Xerces. The options
+    ///     before that attribute are set, those after it are not.
     void setCvtpClientOptions(CvtpClient& client, const std::string& function, const std::string& component);
     void setCvtpServerOptions(CvtpServer& server, const std::string& function, const std::string& component);
 

@@ -51,8 +51,7 @@ void check(const std::vector<EntryAttribute>& attributes, const std::string& ent
                 if (!notANumber.empty()) {
                     complain(notANumber);
                 }
-                notANumber =
-                    entry + " has a " + attribute.name + " that is not a number: '" + attribute.value + "'";
+                notANumber = entry + " has no number in " + attribute.name + ": '" + attribute.value + "'";
             }
         } else if (attribute.name == "read_timeout" && entry.find(CLIENT) != std::string::npos) {
             complain(entry + " has a read_timeout, which is not supported and has no effect");
