@@ -1,0 +1,186 @@
+"""Measures the library and its peers side by side. Started by scripts/bench, which has the help."""
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+from datetime import datetime, timezone
+from pathlib import Path
+
+import measuring
+import report
+from peers import PEERS, PLACEMENTS, WORKLOADS
+
+ROOT = Path(__file__).resolve().parent.parent
+
+
+class Stop(Exception):
+    """Something that the user must know, and that ends the program."""
+
+
+def chooser(known):
+    """Reads a list of names that are separated by commas."""
+
+    def choose(text):
+        names = [name for name in text.split(",") if name]
+        for name in names:
+            if name not in known:
+                raise argparse.ArgumentTypeError(f"there is no {name}; there are {', '.join(known)}")
+        return list(dict.fromkeys(names))
+
+    return choose
+
+
+def positive(kind):
+    def read(text):
+        value = kind(text)
+        if value <= 0:
+            raise argparse.ArgumentTypeError(f"{text} is not above 0")
+        return value
+
+    return read
+
+
+def parse(arguments):
+    parser = argparse.ArgumentParser(
+        prog="scripts/bench",
+        description="Measures this library and others of its kind, with a raw socket as the limit. Client and server "
+        "are processes of their own. In each round all peers are measured one after another; what counts is the "
+        "median, over the rounds, of the ratio to the raw socket of the same round. Writes results.txt, "
+        "results.json and plots.",
+        epilog="The environment variable CVTP_BENCH_BUFFER_SIZE sets the library's option BUFFER_SIZE on both sides.",
+    )
+    add = parser.add_argument
+    add("--peers", type=chooser(PEERS), default=list(PEERS), help="default: " + ",".join(PEERS))
+    add("--workloads", type=chooser(WORKLOADS), default=list(WORKLOADS), help="default: " + ",".join(WORKLOADS))
+    add("--placements", type=chooser(PLACEMENTS), default=list(PLACEMENTS), help="default: " + ",".join(PLACEMENTS))
+    add("--rounds", type=positive(int), help="default: 6; with --quick 1")
+    add("--seconds", type=positive(float), help="for each measurement; default: 1, with --quick 0.2")
+    add("--quick", action="store_true", help="only see whether all works; the figures mean little")
+    add("--core", type=int, help="the core for one-core; default: the last that this process may use")
+    add("--hogs", type=int, default=0, metavar="N", help="let N processes that need a processor run beside")
+    add("--output", type=Path, default=Path("build/bench/results"), metavar="FOLDER",
+        help="default: build/bench/results")
+    add("--build-folder", type=Path, default=Path("build/bench"), metavar="FOLDER", help="default: build/bench")
+    add("--no-build", action="store_true", help="take the programs as they are")
+    options = parser.parse_args(arguments)
+    options.rounds = options.rounds or (1 if options.quick else 6)
+    options.seconds = options.seconds or (0.2 if options.quick else 1.0)
+    usable = sorted(os.sched_getaffinity(0))
+    if options.core is None:
+        options.core = usable[-1]
+    elif options.core not in usable:
+        parser.error(f"argument --core: this process may use {', '.join(map(str, usable))}")
+    if options.hogs < 0:
+        parser.error("argument --hogs: must not be below 0")
+    return options
+
+
+def build(options):
+    """Builds the programs of the chosen peers; what cannot be built for lack of a package is left out."""
+    print("Building", file=sys.stderr)
+    folder = str(options.build_folder)
+    commands = [
+        ["cmake", "-S", str(ROOT / "bench"), "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+         "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DBENCH_PEERS=" + ";".join(options.peers)],
+        ["cmake", "--build", folder, "--target", "peers"],
+    ]
+    for command in commands:
+        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+        if done.returncode != 0:
+            sys.stderr.write(done.stdout)
+            raise Stop("the build failed")
+
+
+def program_of(options, name):
+    return options.build_folder / f"bench_{name}"
+
+
+def available(options):
+    """The chosen peers whose programs are there."""
+    present = []
+    for name in options.peers:
+        if program_of(options, name).exists():
+            present.append(name)
+        else:
+            needs = ", ".join(PEERS[name].packages)
+            print(f"{PEERS[name].label} is left out: it was not built. It needs {needs or 'a build'}.", file=sys.stderr)
+    if not present:
+        raise Stop("there is nothing to measure")
+    return present
+
+
+def plan(options, peers):
+    """Each measurement, in the order in which they are made. The first of a round changes from round to round."""
+    for placement in options.placements:
+        for workload in options.workloads:
+            if workload == "W7" and placement != options.placements[0]:
+                continue  # Memory does not depend on where a process runs.
+            for number in range(options.rounds):
+                turn = number % len(peers)
+                for name in peers[turn:] + peers[:turn]:
+                    yield {"placement": placement, "workload": workload, "round": number + 1, "peer": name}
+
+
+def show(result, rounds):
+    place = f"{result['placement']:8} {result['workload']} round {result['round']}/{rounds} {result['peer']:8}"
+    if "figures" not in result:
+        print(f"{place} - {result['missing']}", file=sys.stderr)
+    elif result["workload"] == "W7":
+        print(f"{place} {result['figures']['kib']:12.1f} KiB", file=sys.stderr)
+    else:
+        print(f"{place} {result['figures']['per_second']:12,.1f}/s", file=sys.stderr)
+
+
+def measure_all(options, peers):
+    results = []
+    missing = {}
+    for result in plan(options, peers):
+        key = (result["workload"], result["peer"])
+        core = options.core if result["placement"] == "one-core" else None
+        try:
+            if key in missing:
+                continue
+            with measuring.hogs(options.hogs, core):
+                program = str(program_of(options, result["peer"]))
+                result["figures"] = measuring.measure(program, result["workload"], options.seconds, core)
+        except measuring.NotOffered as reason:
+            result["missing"] = missing[key] = str(reason)
+        except measuring.Failed as reason:
+            result["missing"] = f"failed: {reason}"
+        results.append(result)
+        show(result, options.rounds)
+    return results
+
+
+def write(options, run):
+    options.output.mkdir(parents=True, exist_ok=True)
+    summary = report.summarise(run["results"])
+    text = report.text_report(summary)
+    (options.output / "results.json").write_text(json.dumps({**run, "summary": summary}, indent=1) + "\n")
+    (options.output / "results.txt").write_text(text + "\n")
+    print(text)
+    print(f"\nThis and more is in {options.output}", file=sys.stderr)
+
+
+def main(arguments):
+    options = parse(arguments)
+    if not options.no_build:
+        build(options)
+    began = datetime.now(timezone.utc).strftime("%Y-%m-%d %H:%M UTC")
+    results = measure_all(options, available(options))
+    write(options, {"began": began, "arguments": arguments, "rounds": options.rounds, "seconds": options.seconds,
+                    "hogs": options.hogs, "results": results})
+    failed = sum(1 for result in results if result.get("missing", "").startswith("failed"))
+    if failed:
+        raise Stop(f"{failed} measurements failed")
+
+
+if __name__ == "__main__":
+    try:
+        main(sys.argv[1:])
+    except Stop as reason:
+        sys.exit(f"scripts/bench: {reason}")
+    except KeyboardInterrupt:
+        sys.exit(130)
