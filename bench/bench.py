@@ -79,6 +79,9 @@ def parse(arguments):
 
 def build(options):
     """Builds the programs of the chosen peers; what cannot be built for lack of a package is left out."""
+    if any(PEERS[name].packages for name in options.peers):
+        # Those of the peers that cannot be had are left out later.
+        subprocess.run([ROOT / "scripts/install-packages", "bench-peers"], check=False)
     print("Building", file=sys.stderr)
     folder = str(options.build_folder)
     commands = [

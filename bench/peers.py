@@ -15,6 +15,13 @@ PEERS = {
     for peer in (
         Peer("raw", "raw socket"),
         Peer("cvtp", "libcvtp"),
+        Peer("thrift", "Thrift", ("libthrift-dev", "thrift-compiler")),
+        Peer("beast", "Boost.Beast", ("libboost-dev",)),
+        Peer("httplib", "cpp-httplib", ("libcpp-httplib-dev",)),
+        Peer("grpc", "gRPC", ("libgrpc++-dev", "protobuf-compiler-grpc")),
+        Peer("nng", "nng", ("libnng-dev",)),
+        Peer("zeromq", "ZeroMQ", ("libzmq3-dev", "cppzmq-dev")),
+        Peer("sdbus", "sd-bus", ("libsystemd-dev",)),
     )
 }
 

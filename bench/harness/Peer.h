@@ -27,6 +27,11 @@ constexpr std::uint64_t STREAM_SIZE = std::uint64_t{64} << 20;
 constexpr std::size_t STREAM_PIECE = std::size_t{64} << 10;
 constexpr int IDLE_CONNECTIONS = 1000;
 
+/// True where large buffers pay; elsewhere they only take memory.
+constexpr bool isBulk(Workload workload) {
+    return workload == Workload::W3 || workload == Workload::W4;
+}
+
 struct Settings {
     /// A path that is free, in a folder of this measurement's own. Each peer makes its address of it.
     std::string address;
