@@ -8,7 +8,11 @@ import sys
 from datetime import datetime, timezone
 from pathlib import Path
 
+import document
+import goals
+import machine
 import measuring
+import plots
 import report
 from peers import PEERS, PLACEMENTS, WORKLOADS
 
@@ -48,8 +52,9 @@ def parse(arguments):
         description="Measures this library and others of its kind, with a raw socket as the limit. Client and server "
         "are processes of their own. In each round all peers are measured one after another; what counts is the "
         "median, over the rounds, of the ratio to the raw socket of the same round. Writes results.txt, "
-        "results.json and plots.",
-        epilog="The environment variable CVTP_BENCH_BUFFER_SIZE sets the library's option BUFFER_SIZE on both sides.",
+        "results.json and plots (SVG).",
+        epilog="Environment variables for the library: CVTP_BENCH_BUFFER_SIZE sets the option BUFFER_SIZE on both "
+        "sides; CVTP_BENCH_SHARED_CLIENT, if set, lets all connections of a process share one client.",
     )
     add = parser.add_argument
     add("--peers", type=chooser(PEERS), default=list(PEERS), help="default: " + ",".join(PEERS))
@@ -64,6 +69,12 @@ def parse(arguments):
         help="default: build/bench/results")
     add("--build-folder", type=Path, default=Path("build/bench"), metavar="FOLDER", help="default: build/bench")
     add("--no-build", action="store_true", help="take the programs as they are")
+    add("--goals", type=Path, nargs="?", const=ROOT / "bench/goals.json", metavar="FILE",
+        help="compare with the goals in a file, by default bench/goals.json; ends with 1 if one is missed")
+    add("--document", action="store_true", help="write docs/performance.md and its plots")
+    add("--from", type=Path, dest="source", metavar="FILE",
+        help="measure nothing; make all that is written again of the results.json of an earlier run")
+    add("--micro", action="store_true", help="run the small benchmarks of single steps of the library, only")
     options = parser.parse_args(arguments)
     options.rounds = options.rounds or (1 if options.quick else 6)
     options.seconds = options.seconds or (0.2 if options.quick else 1.0)
@@ -74,12 +85,15 @@ def parse(arguments):
         parser.error(f"argument --core: this process may use {', '.join(map(str, usable))}")
     if options.hogs < 0:
         parser.error("argument --hogs: must not be below 0")
+    for file in (options.goals, options.source):
+        if file and not file.exists():
+            parser.error(f"there is no file {file}")
     return options
 
 
-def build(options):
+def build(options, target):
     """Builds the programs of the chosen peers; what cannot be built for lack of a package is left out."""
-    if any(PEERS[name].packages for name in options.peers):
+    if target == "peers" and any(PEERS[name].packages for name in options.peers):
         # Those of the peers that cannot be had are left out later.
         subprocess.run([ROOT / "scripts/install-packages", "bench-peers"], check=False)
     print("Building", file=sys.stderr)
@@ -87,7 +101,7 @@ def build(options):
     commands = [
         ["cmake", "-S", str(ROOT / "bench"), "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
          "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG", "-DBENCH_PEERS=" + ";".join(options.peers)],
-        ["cmake", "--build", folder, "--target", "peers"],
+        ["cmake", "--build", folder, "--target", target],
     ]
     for command in commands:
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
@@ -158,26 +172,66 @@ def measure_all(options, peers):
 
 
 def write(options, run):
-    options.output.mkdir(parents=True, exist_ok=True)
+    """Writes all that is made of a run. Returns how many goals were missed."""
     summary = report.summarise(run["results"])
+    drawn = plots.draw(summary)
+    goal_lines, missed = goals.compare(goals.read(options.goals), summary) if options.goals else ([], 0)
     text = report.text_report(summary)
-    (options.output / "results.json").write_text(json.dumps({**run, "summary": summary}, indent=1) + "\n")
-    (options.output / "results.txt").write_text(text + "\n")
+    if len(goal_lines) > 1:
+        text += "\n\nGoals\n" + report.as_text(goal_lines)
+    save(options.output / "results.json", json.dumps({**run, "summary": summary}, indent=1) + "\n")
+    save(options.output / "results.txt", text + "\n")
+    for name, plot in drawn.items():
+        save(options.output / name, plot)
     print(text)
     print(f"\nThis and more is in {options.output}", file=sys.stderr)
+    if options.document:
+        for name, plot in drawn.items():
+            save(ROOT / "docs/performance" / name, plot)
+        page = document.make(run, summary, drawn, goal_lines, "performance")
+        save(ROOT / "docs/performance.md", page)
+    return missed
+
+
+def save(path, text):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+
+
+def new_run(options):
+    if not options.no_build:
+        build(options, "peers")
+    present = available(options)
+    return {
+        "began": datetime.now(timezone.utc).strftime("%Y-%m-%d %H:%M UTC"),
+        "arguments": options.arguments,
+        "rounds": options.rounds,
+        "seconds": options.seconds,
+        "hogs": options.hogs,
+        "left_out": [name for name in options.peers if name not in present],
+        "machine": machine.describe(ROOT, present),
+        "results": measure_all(options, present),
+    }
+
+
+def run_micro(options):
+    if not options.no_build:
+        build(options, "bench_micro")
+    raise SystemExit(subprocess.run([options.build_folder / "bench_micro"], check=False).returncode)
 
 
 def main(arguments):
     options = parse(arguments)
-    if not options.no_build:
-        build(options)
-    began = datetime.now(timezone.utc).strftime("%Y-%m-%d %H:%M UTC")
-    results = measure_all(options, available(options))
-    write(options, {"began": began, "arguments": arguments, "rounds": options.rounds, "seconds": options.seconds,
-                    "hogs": options.hogs, "results": results})
-    failed = sum(1 for result in results if result.get("missing", "").startswith("failed"))
+    options.arguments = arguments
+    if options.micro:
+        run_micro(options)
+    run = json.loads(options.source.read_text()) if options.source else new_run(options)
+    missed = write(options, run)
+    failed = sum(1 for result in run["results"] if result.get("missing", "").startswith("failed"))
     if failed:
         raise Stop(f"{failed} measurements failed")
+    if missed:
+        raise Stop(f"{missed} goals were missed")
 
 
 if __name__ == "__main__":

@@ -80,6 +80,7 @@ def columns_of(workload):
     return {
         **columns,
         "CPU µs": lambda row: number(row["cpu_us"]),
+        "CPU to raw": lambda row: optional(row, "cpu_ratio"),
         "client + server": lambda row: f"{number(row['client_cpu_us'])} + {number(row['server_cpu_us'])}",
         "p50 µs": lambda row: number(row["p50_us"]),
         "p99 µs": lambda row: number(row["p99_us"]),

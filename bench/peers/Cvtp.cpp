@@ -50,6 +50,22 @@ void setBufferSize(Options& options, Option option) {
     }
 }
 
+std::shared_ptr<CvtpClient> newClient() {
+    const auto client = std::make_shared<CvtpClient>();
+    setBufferSize(*client, CvtpClient::BUFFER_SIZE);
+    client->getManager();
+    return client;
+}
+
+/// Each connection has a client of its own, and so a pool, unless CVTP_BENCH_SHARED_CLIENT is set.
+std::shared_ptr<CvtpClient> clientOfConnection() {
+    if (std::getenv("CVTP_BENCH_SHARED_CLIENT") == nullptr) {
+        return newClient();
+    }
+    static const std::shared_ptr<CvtpClient> shared = newClient();
+    return shared;
+}
+
 /// Gives the same piece again and again, without copying it.
 class PiecesBuffer : public std::streambuf {
  public:
@@ -74,12 +90,11 @@ class PiecesBuffer : public std::streambuf {
 
 class CvtpPeerClient : public Client {
  public:
-    explicit CvtpPeerClient(const Settings& settings) : pipeName(pipeNameOf(settings)) {
-        setBufferSize(client, CvtpClient::BUFFER_SIZE);
-    }
+    explicit CvtpPeerClient(const Settings& settings)
+        : pipeName(pipeNameOf(settings)), client(clientOfConnection()) {}
 
     const std::string& request(const std::string& up) override {
-        PostRequest request(&client, pipeName, RESOURCE);
+        PostRequest request(client.get(), pipeName, RESOURCE);
         request.setBody(up.data(), up.size());
         return receive(request);
     }
@@ -87,14 +102,14 @@ class CvtpPeerClient : public Client {
     std::uint64_t upload(std::uint64_t total) override {
         PiecesBuffer pieces(total);
         std::istream body(&pieces);
-        PostRequest request(&client, pipeName, STREAM_RESOURCE);
+        PostRequest request(client.get(), pipeName, STREAM_RESOURCE);
         request.setBodyStream(&body);
         receive(request);
         return decodeNumber(down.data(), down.size());
     }
 
     void send(const std::string& message) override {
-        NotifyRequest request(&client, pipeName, RESOURCE);
+        NotifyRequest request(client.get(), pipeName, RESOURCE);
         request.setBody(message.data(), message.size());
         request.execute();
         ++sent;
@@ -112,7 +127,7 @@ class CvtpPeerClient : public Client {
 
  private:
     std::uint64_t count() {
-        PostRequest request(&client, pipeName, COUNT_RESOURCE);
+        PostRequest request(client.get(), pipeName, COUNT_RESOURCE);
         request.setBody("", 0);
         receive(request);
         return decodeNumber(down.data(), down.size());
@@ -132,7 +147,7 @@ class CvtpPeerClient : public Client {
     }
 
     const std::string pipeName;
-    CvtpClient client;
+    const std::shared_ptr<CvtpClient> client;
     std::string down;
     std::uint64_t sent = 0;
 };
@@ -204,9 +219,8 @@ void serve(const Settings& settings, const std::function<void()>& ready) {
     if (!server.isBound()) {
         throw std::runtime_error("the pipe could not be created");
     }
-    // As many connections as come, and no end to their idle time.
+    // As many connections as come.
     server.setOption(CvtpServer::MAX_REQUEST_PROCESSORS, 0);
-    server.setOption(CvtpServer::IDLE_TIMEOUT, 0);
     setBufferSize(server, CvtpServer::BUFFER_SIZE);
     server.setHandler(&handler);
     server.run();
