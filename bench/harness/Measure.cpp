@@ -226,6 +226,7 @@ Result measureSeveral(const Settings& settings, double seconds, int serverId) {
     Meeting begin(CLIENTS_OF_W2, serverId);
     Meeting end(CLIENTS_OF_W2 + 1, serverId);
     std::vector<std::unique_ptr<Runner>> runners;
+    runners.reserve(CLIENTS_OF_W2);
     for (int number = 0; number < CLIENTS_OF_W2; ++number) {
         runners.push_back(std::make_unique<Runner>(settings, seconds, begin, end));
     }

@@ -51,7 +51,7 @@ void setBufferSize(Options& options, Option option) {
 }
 
 std::shared_ptr<CvtpClient> newClient() {
-    const auto client = std::make_shared<CvtpClient>();
+    auto client = std::make_shared<CvtpClient>();
     setBufferSize(*client, CvtpClient::BUFFER_SIZE);
     client->getManager();
     return client;
