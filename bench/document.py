@@ -14,8 +14,8 @@ Client and server are two processes on one machine. The limit is a raw Unix doma
 what a peer reaches is told as its ratio to the raw socket, taken within each round, and the median over the rounds is
 what counts. On one core everything is bound to the processor, and this alone ranks the software; unpinned is how it is
 used, and there the system's way to wake a sleeping process decides. CPU is the processor time of both processes
-together for each operation, and "CPU to raw" its ratio to that of the raw socket. The percentiles are those of single operations as the client sees them; with one-way
-messages (W5) that is how long it takes to hand one over.
+together for each operation, and "CPU to raw" its ratio to that of the raw socket. The percentiles are those of single
+operations as the client sees them; with one-way messages (W5) that is how long it takes to hand one over.
 """
 
 NOTES = {

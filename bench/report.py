@@ -92,7 +92,9 @@ def order_of(workload, row):
     """Best first, and last those without a result."""
     if "missing" in row:
         return (1, 0)
-    return (0, row["kib"] if workload == "W7" else -row["per_second"])
+    if workload == "W7":
+        return (0, row["kib"])
+    return (0, -row.get("ratio", row["per_second"]))
 
 
 def table_of(workload, rows):
