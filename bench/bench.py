@@ -57,7 +57,7 @@ def parse(arguments):
         "sides; CVTP_BENCH_SHARED_CLIENT, if set, lets all connections of a process share one client.",
     )
     add = parser.add_argument
-    add("--peers", type=chooser(PEERS), default=list(PEERS), help="default: " + ",".join(PEERS))
+    add("--peers", type=chooser(PEERS), default=list(PEERS), help="default: " + ",".join(PEERS) + "; raw is always one")
     add("--workloads", type=chooser(WORKLOADS), default=list(WORKLOADS), help="default: " + ",".join(WORKLOADS))
     add("--placements", type=chooser(PLACEMENTS), default=list(PLACEMENTS), help="default: " + ",".join(PLACEMENTS))
     add("--rounds", type=positive(int), help="default: 6; with --quick 1")
@@ -76,6 +76,8 @@ def parse(arguments):
         help="measure nothing; make all that is written again of the results.json of an earlier run")
     add("--micro", action="store_true", help="run the small benchmarks of single steps of the library, only")
     options = parser.parse_args(arguments)
+    # Without the limit there would be no ratios.
+    options.peers = list(dict.fromkeys(["raw", *options.peers]))
     options.rounds = options.rounds or (1 if options.quick else 6)
     options.seconds = options.seconds or (0.2 if options.quick else 1.0)
     usable = sorted(os.sched_getaffinity(0))
