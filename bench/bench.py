@@ -14,7 +14,7 @@ import machine
 import measuring
 import plots
 import report
-from peers import PEERS, PLACEMENTS, WORKLOADS
+from peers import PEERS, PLACEMENTS, USUAL_PLACEMENTS, WORKLOADS
 
 ROOT = Path(__file__).resolve().parent.parent
 
@@ -59,11 +59,12 @@ def parse(arguments):
     add = parser.add_argument
     add("--peers", type=chooser(PEERS), default=list(PEERS), help="default: " + ",".join(PEERS) + "; raw is always one")
     add("--workloads", type=chooser(WORKLOADS), default=list(WORKLOADS), help="default: " + ",".join(WORKLOADS))
-    add("--placements", type=chooser(PLACEMENTS), default=list(PLACEMENTS), help="default: " + ",".join(PLACEMENTS))
+    add("--placements", type=chooser(PLACEMENTS), default=USUAL_PLACEMENTS,
+        help=f"default: {','.join(USUAL_PLACEMENTS)}; there is two-cores as well")
     add("--rounds", type=positive(int), help="default: 6; with --quick 1")
     add("--seconds", type=positive(float), help="for each measurement; default: 1, with --quick 0.2")
     add("--quick", action="store_true", help="only see whether all works; the figures mean little")
-    add("--core", type=int, help="the core for one-core; default: the last that this process may use")
+    add("--core", type=int, help="the core of the server, where it has one; default: the last that this process may use")
     add("--hogs", type=int, default=0, metavar="N", help="let N processes that need a processor run beside")
     add("--output", type=Path, default=Path("build/bench/results"), metavar="FOLDER",
         help="default: build/bench/results")
@@ -85,6 +86,13 @@ def parse(arguments):
         options.core = usable[-1]
     elif options.core not in usable:
         parser.error(f"argument --core: this process may use {', '.join(map(str, usable))}")
+    if "two-cores" in options.placements and len(usable) < 2:
+        parser.error("argument --placements: this process may use one core only")
+    options.cores = {
+        "one-core": (options.core, options.core),
+        "unpinned": (None, None),
+        "two-cores": (options.core, usable[0] if usable[0] != options.core else usable[-1]),
+    }
     if options.hogs < 0:
         parser.error("argument --hogs: must not be below 0")
     for file in (options.goals, options.source):
@@ -157,13 +165,13 @@ def measure_all(options, peers):
     missing = {}
     for result in plan(options, peers):
         key = (result["workload"], result["peer"])
-        core = options.core if result["placement"] == "one-core" else None
+        cores = options.cores[result["placement"]]
         try:
             if key in missing:
                 continue
-            with measuring.hogs(options.hogs, core):
+            with measuring.hogs(options.hogs, cores):
                 program = str(program_of(options, result["peer"]))
-                result["figures"] = measuring.measure(program, result["workload"], options.seconds, core)
+                result["figures"] = measuring.measure(program, result["workload"], options.seconds, cores)
         except measuring.NotOffered as reason:
             result["missing"] = missing[key] = str(reason)
         except measuring.Failed as reason:

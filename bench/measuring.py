@@ -122,28 +122,29 @@ def figures(brought):
     }
 
 
-def measure(program, workload, seconds, core):
-    """The figures of one measurement. Raises Failed or NotOffered."""
+def measure(program, workload, seconds, cores):
+    """The figures of one measurement, with server and client each on its core. Raises Failed or NotOffered."""
+    server_core, client_core = cores
     folder = tempfile.mkdtemp(prefix="bench-")
     try:
         address = os.path.join(folder, "p")
-        with running_server([program, "server", address, workload], core) as server:
+        with running_server([program, "server", address, workload], server_core) as server:
             command = [program, "client", address, workload, str(seconds), str(server.pid)]
-            return figures(run_client(command, core, seconds))
+            return figures(run_client(command, client_core, seconds))
     finally:
         shutil.rmtree(folder, ignore_errors=True)
 
 
 @contextlib.contextmanager
-def hogs(count, core):
-    """So many processes that do nothing but need a processor."""
+def hogs(count, cores):
+    """So many processes that do nothing but need a processor, on those of server and client in turn."""
     running = []
     try:
-        for _ in range(count):
+        for number in range(count):
             # The shell ends by itself when this process is gone and its parent is another.
             loop = f"while [ -d /proc/{os.getpid()} ]; do i=0; while [ $i -lt 100000 ]; do i=$((i + 1)); done; done"
             running.append(
-                subprocess.Popen(["/bin/sh", "-c", loop], stdin=subprocess.DEVNULL, preexec_fn=pin_to(core))
+                subprocess.Popen(["/bin/sh", "-c", loop], stdin=subprocess.DEVNULL, preexec_fn=pin_to(cores[number % 2]))
             )
         if running:
             time.sleep(0.2)

@@ -38,7 +38,9 @@ WORKLOADS = {
 PLACEMENTS = {
     "one-core": "both processes on one core",
     "unpinned": "wherever the system puts them",
+    "two-cores": "each process on a core of its own",
 }
+USUAL_PLACEMENTS = ["one-core", "unpinned"]
 
 # What one operation of a workload is called.
 UNITS = {"W4": "stream", "W5": "message", "W6": "connection", "W7": "connection"}
