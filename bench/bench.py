@@ -43,6 +43,8 @@ def positive(kind):
             raise argparse.ArgumentTypeError(f"{text} is not above 0")
         return value
 
+    # What argparse calls it when it is none.
+    read.__name__ = "number"
     return read
 
 
@@ -227,7 +229,10 @@ def new_run(options):
 def run_micro(options):
     if not options.no_build:
         build(options, "bench_micro")
-    raise SystemExit(subprocess.run([options.build_folder / "bench_micro"], check=False).returncode)
+    program = options.build_folder / "bench_micro"
+    if not program.exists():
+        raise Stop(f"there is no {program}")
+    raise SystemExit(subprocess.run([program], check=False).returncode)
 
 
 def main(arguments):
