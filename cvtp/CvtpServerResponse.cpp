@@ -19,6 +19,8 @@ using Io::IllegalStateException;
 
 namespace {
 
+const std::size_t START_LINE_RESERVE = 160;
+
 std::string reasonOf(int code) {
     // Not [], which would add the code to the table that all threads read.
     const auto found = CvtpMessage::STATUS_REASONS.find(code);
@@ -99,8 +101,15 @@ void CvtpServerResponse::sendError(int code, const std::string& message) {
 }
 
 std::string CvtpServerResponse::getStartLine() {
-    return Version::CURRENT_VERSION.toString() + " " + std::to_string(statusCode) + " " +
-           StringUtils::onOneLine(reasonPhrase);
+    std::string line = Version::CURRENT_VERSION.toString();
+    // Also for the headers that will be put behind it.
+    line.reserve(line.size() + reasonPhrase.size() + START_LINE_RESERVE);
+    line += ' ';
+    line += std::to_string(statusCode);
+    line += ' ';
+    std::string memory;
+    line += StringUtils::onOneLine(reasonPhrase, memory);
+    return line;
 }
 
 void CvtpServerResponse::addHeader(const std::string& name, const std::string& value) {

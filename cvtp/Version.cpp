@@ -79,7 +79,11 @@ bool Version::operator<=(const Version& other) const noexcept {
 }
 
 std::string Version::toString() const {
-    return sCvtpLabel + std::to_string(major) + "." + std::to_string(minor);
+    std::string text = sCvtpLabel;
+    text += std::to_string(major);
+    text += '.';
+    text += std::to_string(minor);
+    return text;
 }
 
 }  // namespace Cvtp

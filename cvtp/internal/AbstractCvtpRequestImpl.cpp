@@ -6,13 +6,11 @@
 #include "cvtp/CvtpConnectionManager.h"
 #include "cvtp/CvtpResponse.h"
 #include "cvtp/Version.h"
-#include "cvtp/internal/CvtpMessageOutImpl.h"
 #include "cvtp/internal/CvtpOStream.h"
 #include "cvtp/internal/LogAndThrow.h"
 #include "cvtp/internal/TraceTags.h"
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
-#include "support/Utf8String.h"
 
 namespace Corvane {
 namespace Internal {
@@ -26,6 +24,8 @@ using Io::CvPipeException;
 using Io::IllegalStateException;
 
 namespace {
+
+const std::size_t START_LINE_RESERVE = 160;
 
 /// A stream at its end has not failed: the pipe itself tells the next write that the other end is gone.
 bool hasFailed(const std::ios& stream) {
@@ -42,9 +42,8 @@ AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, cons
       method(method),
       resource(resource),
       mode(mode),
-      encoder(std::make_unique<Xml::Utf8String>()) {
-    message = std::make_unique<CvtpMessageOutImpl>(this, TAG_SEND, encoder.get());
-    message->addHeader(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
+      message(this, TAG_SEND, &encoder) {
+    message.addHeader(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
 }
 
 AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
@@ -59,27 +58,36 @@ AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
 }
 
 std::string AbstractCvtpRequestImpl::getStartLine() {
-    return method + " " + encoder->encode(resource) + " " + Version::CURRENT_VERSION.toString();
+    const std::string& encoded = encoder.encode(resource);
+    std::string line;
+    // Also for the headers that will be put behind it.
+    line.reserve(method.size() + encoded.size() + START_LINE_RESERVE);
+    line += method;
+    line += ' ';
+    line += encoded;
+    line += ' ';
+    line += Version::CURRENT_VERSION.toString();
+    return line;
 }
 
 void AbstractCvtpRequestImpl::addHeader(const std::string& name, const std::string& value) {
-    message->addHeader(name, value);
+    message.addHeader(name, value);
 }
 
 void AbstractCvtpRequestImpl::setHeader(const std::string& name, const std::string& value) {
-    message->setHeader(name, value);
+    message.setHeader(name, value);
 }
 
 void AbstractCvtpRequestImpl::removeHeader(const std::string& name) {
-    message->removeHeader(name);
+    message.removeHeader(name);
 }
 
 void AbstractCvtpRequestImpl::setBody(const char* data, std::size_t length) {
-    message->setBody(data, length);
+    message.setBody(data, length);
 }
 
 bool AbstractCvtpRequestImpl::isCommitted() const {
-    return message->isCommitted();
+    return message.isCommitted();
 }
 
 std::string AbstractCvtpRequestImpl::getMethod() const {
@@ -96,7 +104,7 @@ std::string AbstractCvtpRequestImpl::getResource() const {
 
 void AbstractCvtpRequestImpl::setBodyStream(std::istream* body) {
     bodyStream = body;
-    message->addHeader(HEADER_TRANSFER_ENCODING, HEADER_CHUNKED_ENCODING);
+    message.addHeader(HEADER_TRANSFER_ENCODING, HEADER_CHUNKED_ENCODING);
 }
 
 std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendRequest() {
@@ -113,7 +121,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendRequest() {
 }
 
 bool AbstractCvtpRequestImpl::hasBodyBytes() const {
-    return message->getBodyLength() != -1;
+    return message.getBodyLength() != -1;
 }
 
 void AbstractCvtpRequestImpl::requireOneBody() const {
@@ -131,7 +139,7 @@ void AbstractCvtpRequestImpl::requireOneBody() const {
 }
 
 std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
-    if (message->isCommitted()) {
+    if (message.isCommitted()) {
         logAndThrow<IllegalStateException>(
             "The start line and headers have already been committed to the request. Cannot send again.");
     }
@@ -146,12 +154,12 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     const int bufferSize = client->getIntegerOption(CvtpClient::BUFFER_SIZE);
     if (bodyStream != nullptr) {
         bodyOut = std::make_unique<CvtpOStream>(bufferSize, true, *out);
-        message->writeHeaders(*out);
+        message.writeHeaders(*out);
         copyBodyStream();
         bodyOut->send();
     } else {
         CVTP_OBufferWriter writer(bufferSize, false, *out, nullptr);
-        message->writeHeadAndBody(*out, writer);
+        message.writeHeadAndBody(*out, writer);
     }
     return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
 }
@@ -205,7 +213,7 @@ void AbstractCvtpRequestImpl::copyBodyStream() {
 }
 
 void AbstractCvtpRequestImpl::afterLostConnection(BrokenPipeException& lost) {
-    if (message->isCommitted() && !hasBodyBytes()) {
+    if (message.isCommitted() && !hasBodyBytes()) {
         removePipe();
         logError("Lost connection to server, the request will be aborted. " + lost.getMessage());
         throw BrokenPipeException(lost);

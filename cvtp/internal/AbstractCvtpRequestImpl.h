@@ -6,6 +6,8 @@
 #include <string>
 
 #include "cvtp/AbstractCvtpRequest.h"
+#include "cvtp/internal/CvtpMessageOutImpl.h"
+#include "support/Utf8String.h"
 
 namespace Corvane {
 
@@ -13,10 +15,6 @@ namespace Io {
 class BrokenPipeException;
 class CvPipe;
 }  // namespace Io
-
-namespace Xml {
-class Utf8String;
-}
 
 namespace Cvtp {
 class CvtpClient;
@@ -26,7 +24,6 @@ class CvtpResponse;
 namespace Internal {
 namespace Cvtp {
 
-class CvtpMessageOutImpl;
 class CvtpOStream;
 
 /// What one-way and two-way requests share: filling the message, and sending it on a pipe of the client's manager,
@@ -78,8 +75,8 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     std::string mode;
     std::unique_ptr<CvtpOStream> bodyOut;
     std::istream* bodyStream = nullptr;
-    std::unique_ptr<CvtpMessageOutImpl> message;
-    std::unique_ptr<Xml::Utf8String> encoder;
+    Xml::Utf8String encoder;
+    CvtpMessageOutImpl message;
     /// The last pipe that the manager gave although it had failed; only compared.
     const Io::CvPipe* refusedPipe = nullptr;
 };

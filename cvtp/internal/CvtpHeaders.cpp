@@ -31,6 +31,8 @@ std::string keyOf(std::string_view name) {
 
 }  // namespace
 
+CvtpHeaders::CvtpHeaders() : nodes(memory, sizeof memory), headers(&nodes) {}
+
 void CvtpHeaders::add(std::string_view name, std::string_view value) {
     std::string key = keyOf(name);
     const auto place = headers.lower_bound(key);

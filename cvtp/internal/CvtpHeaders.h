@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +17,11 @@ namespace Cvtp {
 /// order in which they were added is not kept, and names compare without regard to case.
 class CvtpHeaders {
  public:
-    using Map = std::map<std::string, CvtpHeader>;
+    using Map = std::pmr::map<std::string, CvtpHeader>;
+
+    CvtpHeaders();
+    CvtpHeaders(const CvtpHeaders&) = delete;
+    CvtpHeaders& operator=(const CvtpHeaders&) = delete;
 
     /// Appends to a header that is there, without touching its name as shown; else adds it.
     void add(std::string_view name, std::string_view value);
@@ -33,6 +39,11 @@ class CvtpHeaders {
     Map::const_iterator end() const { return headers.end(); }
 
  private:
+    /// Enough for the headers of most messages.
+    static constexpr std::size_t MEMORY_SIZE = 640;
+
+    alignas(std::max_align_t) char memory[MEMORY_SIZE];
+    std::pmr::monotonic_buffer_resource nodes;
     Map headers;
 };
 

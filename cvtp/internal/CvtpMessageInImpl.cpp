@@ -27,6 +27,17 @@ const int CODE_NO_HEAD = 1013;
     throw Io::CvPipeException(message, code);
 }
 
+/// The name of a header and its value, without the blanks around it; the name is the whole line when there is no
+/// colon. Both stand in the line.
+struct HeaderLine {
+    explicit HeaderLine(std::string_view line)
+        : name(line.substr(0, line.find(':'))),
+          value(StringUtils::trimmed(line.substr(std::min(name.size() + 1, line.size())), " \t")) {}
+
+    std::string_view name;
+    std::string_view value;
+};
+
 bool isContinuation(const std::string& line) {
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
@@ -148,24 +159,47 @@ void CvtpMessageInImpl::readHead() {
     createDecoder();
 }
 
+/// Adds what has arrived already, straight from the buffer of the pipe, as far as that is easy.
+///
+/// @return whether that was all of the headers.
+bool CvtpMessageInImpl::readHeadersAhead() {
+    StreamUtil::PipeBuffer* const pipe = StreamUtil::pipeBufferOf(*in);
+    // The trace shows lines as they are read.
+    while (pipe != nullptr && !isInputTraced()) {
+        const auto line = StreamUtil::lookAhead(*pipe);
+        if (!line || (!line->text.empty() && (!line->isNextKnown || line->isContinued))) {
+            return false;
+        }
+        if (!line->text.empty()) {
+            const HeaderLine header(line->text);
+            headers.add(header.name, header.value);
+        }
+        pipe->skip(line->size);
+        if (line->text.empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void CvtpMessageInImpl::readHeaders() {
+    if (readHeadersAhead()) {
+        return;
+    }
     std::string line;
     std::string next;
     readHeaderLine(line);
     while (!line.empty()) {
-        const std::string_view text = line;
-        const std::string_view name = text.substr(0, text.find(':'));
-        const std::string_view rest = text.substr(std::min(name.size() + 1, text.size()));
-        const std::string_view value = StringUtils::trimmed(rest, " \t");
+        const HeaderLine header(line);
         readHeaderLine(next);
         if (isContinuation(next)) {
-            std::string whole(value);
+            std::string whole(header.value);
             for (; isContinuation(next); readHeaderLine(next)) {
                 appendContinuation(whole, next);
             }
-            headers.add(name, whole);
+            headers.add(header.name, whole);
         } else {
-            headers.add(name, value);
+            headers.add(header.name, header.value);
         }
         line.swap(next);
     }

@@ -57,6 +57,7 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
 
  private:
     void readHead();
+    bool readHeadersAhead();
     void readHeaders();
     void readHeaderLine(std::string& line) const;
     void createDecoder();

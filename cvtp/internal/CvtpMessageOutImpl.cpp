@@ -20,8 +20,6 @@ namespace {
 /// With its CR LF.
 const std::size_t MAX_HEADER_LINE = 2048;
 
-const std::size_t USUAL_HEADERS_SIZE = 128;
-
 /// How many bytes `out` takes before anything leaves it, -1 when it is not the stream of a pipe.
 std::streamsize roomOf(const std::ostream& out) {
     const auto* const buffer = Io::PipeBufferBase<char>::from(out.rdbuf());
@@ -113,8 +111,6 @@ void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, OWriter& body) {
 
 std::string CvtpMessageOutImpl::composeHead() const {
     std::string head = owner->getStartLine();
-    // Room for what most messages have, so that it need not grow.
-    head.reserve(head.size() + USUAL_HEADERS_SIZE);
     StringUtils::putOnOneLine(head);
     head += "\r\n";
     for (const auto& header : headers) {

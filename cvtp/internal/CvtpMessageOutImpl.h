@@ -67,7 +67,7 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     void report(const std::string& head) const;
 
     Corvane::Cvtp::CvtpMessageOut* owner;
-    std::string tag;
+    const char* tag;
     CvtpHeaders headers;
     bool committed = false;
     std::unique_ptr<char, Free> body;

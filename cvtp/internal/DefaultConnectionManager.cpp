@@ -113,7 +113,13 @@ CvPipe* DefaultConnectionManager::handOut(std::unique_ptr<PipeInfo> info, const 
         logDebug("Using CvPipe " + pipeLabel(pipeName, *info));
     }
     CvPipe* const pipe = info->pipe.get();
-    usedPipes[pipe] = std::move(info);
+    if (sparePlace) {
+        sparePlace.key() = pipe;
+        sparePlace.mapped() = std::move(info);
+        usedPipes.insert(std::move(sparePlace));
+    } else {
+        usedPipes[pipe] = std::move(info);
+    }
     return pipe;
 }
 
@@ -128,7 +134,7 @@ void DefaultConnectionManager::returnPipe(CvPipe* pipe) {
         info.lastUsed = currentTimeMillis();
         IdlePipes& idle = availablePipes[info.poolKey];
         idle.insert(idle.begin(), std::move(used->second));
-        usedPipes.erase(used);
+        sparePlace = usedPipes.extract(used);
         return;
     }
     if (const PipeInfo* const info = findIdle(pipe)) {

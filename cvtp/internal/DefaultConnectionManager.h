@@ -44,6 +44,8 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
     std::map<std::string, IdlePipes> availablePipes;
     /// The pipes that are handed out.
     std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>> usedPipes;
+    /// A place of usedPipes that came free, kept for the next pipe. Guarded by mutex.
+    std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>>::node_type sparePlace;
     std::int32_t connectTimeout;
     std::int32_t staleTimeout;
     std::unique_ptr<RecursiveMutex> mutex;

@@ -99,7 +99,7 @@ void RequestWorker::dropUnlessStarted() {
 
 void RequestWorker::serve() {
     try {
-        installBuffers();
+        installInputBuffer();
         // One for all messages of the connection, so that its memory is allocated once.
         Xml::Utf8String scratch;
         while (!stopRequested && serveRequest(scratch)) {
@@ -114,14 +114,17 @@ void RequestWorker::serve() {
     busy = false;
 }
 
-void RequestWorker::installBuffers() {
-    const auto size = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
-    const auto streamSize = static_cast<std::streamsize>(size);
-    inputBuffer.reset(new char[size]);
-    pipe->getInputStream()->rdbuf()->pubsetbuf(inputBuffer.get(), streamSize);
-    if (server->acceptsPost()) {
-        outputBuffer.reset(new char[size]);
-        pipe->getOutputStream()->rdbuf()->pubsetbuf(outputBuffer.get(), streamSize);
+void RequestWorker::installInputBuffer() {
+    bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
+    inputBuffer.reset(new char[bufferSize]);
+    pipe->getInputStream()->rdbuf()->pubsetbuf(inputBuffer.get(), static_cast<std::streamsize>(bufferSize));
+}
+
+/// Not before it is needed: most of a server's connections may be idle.
+void RequestWorker::installOutputBuffer() {
+    if (!outputBuffer) {
+        outputBuffer.reset(new char[bufferSize]);
+        pipe->getOutputStream()->rdbuf()->pubsetbuf(outputBuffer.get(), static_cast<std::streamsize>(bufferSize));
     }
 }
 
@@ -216,6 +219,7 @@ bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scr
     if (isDebug()) {
         logDebug("Begin processing of POST request (" + fullName + ").");
     }
+    installOutputBuffer();
     CvtpServerResponse response(server, pipe->getOutputStream(), &scratch);
     ++server->postRequests;
     server->getHandler()->doPost(request, response);

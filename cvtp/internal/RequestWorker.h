@@ -3,6 +3,7 @@
 #include <Poco/Runnable.h>
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -53,7 +54,8 @@ class RequestWorker : public Poco::Runnable {
 
  private:
     void serve();
-    void installBuffers();
+    void installInputBuffer();
+    void installOutputBuffer();
     bool serveRequest(Xml::Utf8String& scratch);
     bool awaitRequest(Corvane::Cvtp::CvtpServerRequest& request);
     bool processRequest(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
@@ -73,6 +75,8 @@ class RequestWorker : public Poco::Runnable {
     std::string name;
     /// The server's name, "/", and the worker's: how the log names it.
     std::string fullName;
+    /// Of each stream, in bytes.
+    std::size_t bufferSize = 1;
     std::unique_ptr<char[]> inputBuffer;
     std::unique_ptr<char[]> outputBuffer;
     std::atomic<bool> started{false};

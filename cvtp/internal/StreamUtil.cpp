@@ -8,7 +8,6 @@
 
 #include "cvtp/internal/Logging.h"
 #include "io/Exceptions.h"
-#include "io/PipeBufferBase.h"
 
 namespace Corvane {
 namespace Internal {
@@ -71,21 +70,46 @@ class Block {
     std::size_t used = 0;
 };
 
-/// Takes a line that is there as a whole, straight from the buffer of a pipe. False when there is none, and near
-/// the largest length, which is left to the stream.
-bool takeLine(std::istream& in, std::string& line) {
-    auto* const pipe = Io::PipeBufferBase<char>::from(in.rdbuf());
-    if (pipe == nullptr || !in.good()) {
-        return false;
+[[noreturn]] void throwEndedEarly() {
+    throw Io::InterruptedException("Reached the stream end-of-file before the expected new line.");
+}
+
+/// Waits until the pipe has bytes, without the stream but with the state that the stream would have after it.
+void awaitBytes(std::istream& in, Io::PipeBufferBase<char>& pipe) {
+    bool isEnd = false;
+    try {
+        isEnd = pipe.sgetc() == std::char_traits<char>::eof();
+    } catch (...) {
+        try {
+            in.setstate(std::ios_base::badbit);
+        } catch (const std::ios_base::failure&) {
+            // That is what it does to a stream that throws; the state is set.
+        }
+        throw;
     }
-    const std::string_view ahead = pipe->ahead().substr(0, LINE_BUFFER_SIZE / 2);
-    const std::size_t end = ahead.find('\n');
-    if (end == std::string_view::npos) {
-        return false;
+    if (isEnd) {
+        in.setstate(std::ios_base::eofbit | std::ios_base::failbit);
+        throwEndedEarly();
     }
-    line.assign(ahead.data(), end > 0 && ahead[end - 1] == '\r' ? end - 1 : end);
-    pipe->skip(end + 1);
-    return true;
+}
+
+void readLineByStream(std::istream& in, std::string& line) {
+    char buffer[LINE_BUFFER_SIZE];
+    line.clear();
+    if (in.good()) {
+        in.getline(buffer, sizeof buffer);
+    }
+    // Failed, but not at the end: the buffer filled before a LF came. Nothing that goes on reading from here could
+    // make progress, so a line that is too long ends like one that is cut off.
+    if (!in.good()) {
+        throwEndedEarly();
+    }
+    // The LF is counted, but not stored.
+    std::size_t length = static_cast<std::size_t>(in.gcount()) - 1;
+    if (length > 0 && buffer[length - 1] == '\r') {
+        --length;
+    }
+    line.assign(buffer, length);
 }
 
 template <class Source>
@@ -112,26 +136,37 @@ void readBlock(Source& in, char*& data, std::int64_t length) {
 
 }  // namespace
 
+StreamUtil::PipeBuffer* StreamUtil::pipeBufferOf(const std::istream& in) {
+    return in.good() ? PipeBuffer::from(in.rdbuf()) : nullptr;
+}
+
+std::optional<StreamUtil::LineAhead> StreamUtil::lookAhead(const PipeBuffer& pipe) {
+    const std::string_view ahead = pipe.ahead();
+    // A line near the largest length is left to the stream.
+    const std::size_t end = ahead.substr(0, LINE_BUFFER_SIZE / 2).find('\n');
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    LineAhead line{ahead.substr(0, end), end + 1, end + 1 < ahead.size(), false};
+    if (!line.text.empty() && line.text.back() == '\r') {
+        line.text.remove_suffix(1);
+    }
+    line.isContinued = line.isNextKnown && (ahead[line.size] == ' ' || ahead[line.size] == '\t');
+    return line;
+}
+
 void StreamUtil::readLine(std::istream& in, std::string& line) {
-    if (takeLine(in, line)) {
-        return;
+    if (PipeBuffer* const pipe = pipeBufferOf(in)) {
+        if (pipe->ahead().empty()) {
+            awaitBytes(in, *pipe);
+        }
+        if (const auto ahead = lookAhead(*pipe)) {
+            line = ahead->text;
+            pipe->skip(ahead->size);
+            return;
+        }
     }
-    char buffer[LINE_BUFFER_SIZE];
-    line.clear();
-    if (in.good()) {
-        in.getline(buffer, sizeof buffer);
-    }
-    // Failed, but not at the end: the buffer filled before a LF came. Nothing that goes on reading from here could
-    // make progress, so a line that is too long ends like one that is cut off.
-    if (!in.good()) {
-        throw Io::InterruptedException("Reached the stream end-of-file before the expected new line.");
-    }
-    // The LF is counted, but not stored.
-    std::size_t length = static_cast<std::size_t>(in.gcount()) - 1;
-    if (length > 0 && buffer[length - 1] == '\r') {
-        --length;
-    }
-    line.assign(buffer, length);
+    readLineByStream(in, line);
 }
 
 void StreamUtil::readLength(std::istream& in, char*& data, std::int64_t length) {

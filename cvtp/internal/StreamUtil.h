@@ -3,9 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <string_view>
+
+#include "io/PipeBufferBase.h"
 
 namespace Corvane {
 namespace Internal {
@@ -15,12 +19,30 @@ namespace Cvtp {
 /// in its exception mask, as every pipe stream has.
 class StreamUtil {
  public:
+    using PipeBuffer = Io::PipeBufferBase<char>;
+
     virtual ~StreamUtil() = default;
 
     /// Reads one line, ended by LF or CR LF, into `line` without its end. A CR elsewhere stays.
     ///
     /// @throws Io::InterruptedException the bytes ended before the LF, or 2047 characters came without one.
     static void readLine(std::istream& in, std::string& line);
+
+    /// A line that has arrived as a whole.
+    struct LineAhead {
+        /// Without its end.
+        std::string_view text;
+        /// With its end.
+        std::size_t size;
+        /// A byte behind it has arrived, too, and begins a line that continues it.
+        bool isNextKnown;
+        bool isContinued;
+    };
+
+    /// The buffer of a pipe below a stream that is good; else null.
+    static PipeBuffer* pipeBufferOf(const std::istream& in);
+    /// The next line where it lies in the buffer, if it is there as a whole. Stays until its size is skipped.
+    static std::optional<LineAhead> lookAhead(const PipeBuffer& pipe);
 
     /// Reads exactly `length` bytes into a block that ends in a NUL, which the caller gives back with free().
     /// The block grows as bytes arrive: a length is a claim of the other end, and costs what was really sent.

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -72,15 +73,19 @@ void logCreated(int descriptor) {
     }
 }
 
-void logClose(int descriptor) {
-    if (isDebug()) {
-        logDebug("Close Handles: handle=" + std::to_string(descriptor) + " event= " + NO_EVENT);
-    }
-}
-
-void logCloseFailed(int code) {
-    if (isInfo()) {
-        logInfo("ServerCvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(code));
+/// Also called by destructors, which nothing may leave: a line for which there is no memory is missing.
+///
+/// @param code of the failure, or 0.
+void logClose(int descriptor, int code) noexcept {
+    try {
+        if (isDebug()) {
+            logDebug("Close Handles: handle=" + std::to_string(descriptor) + " event= " + NO_EVENT);
+        }
+        if (code != 0 && isInfo()) {
+            logInfo("ServerCvPipe_closePipe CancelIoEx failed. Error code : " + std::to_string(code));
+        }
+    } catch (const std::exception&) {
+        return;
     }
 }
 
@@ -248,21 +253,24 @@ void PipeListener::dismissClients() {
 }
 
 void PipeListener::close() {
-    logClose(socket.get());
     {
         const std::lock_guard<std::mutex> lock(mutex);
+        if (closed) {
+            // Closed and logged already, by whoever won a race or holds a copy of the server's pipe.
+            return;
+        }
         closed = true;
         claim.release();
     }
     closing.notify_all();
-    if (!claim.isOwner()) {
-        // A child that was forked shares the socket and must not end it for its parent.
-        return;
+    // A child that was forked shares the socket and must not end it for its parent.
+    const bool isOwner = claim.isOwner();
+    // Before anything is logged, which takes its time, and may fail.
+    const bool failed = isOwner && SocketCalls::shutDown(socket.get()) != 0;
+    logClose(socket.get(), failed ? errno : 0);
+    if (isOwner) {
+        dismissClients();
     }
-    if (SocketCalls::shutDown(socket.get()) != 0) {
-        logCloseFailed(errno);
-    }
-    dismissClients();
 }
 
 int createInstance(const std::string& path, bool readable, bool writable, bool firstInstance,
@@ -310,8 +318,7 @@ int closeListener(const ListenerHandle& listener) {
     if (listener) {
         listener->close();
     } else {
-        logClose(-1);
-        logCloseFailed(EBADF);
+        logClose(-1, EBADF);
     }
     return SUCCESS;
 }

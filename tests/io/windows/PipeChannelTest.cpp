@@ -218,6 +218,38 @@ TEST(PipeChannelTest, AWriteGoesOnUntilAllIsTaken) {
                                                  "WriteFile(1000, 1, event 1002)"}));
 }
 
+TEST(PipeChannelTest, LargeBlocksAreWrittenInFewCallsThatHaveTheTimeOfAllTheirPieces) {
+    FakeSystem system;
+    CvPipe pipe("pipe", true, true);
+    char memory[4096];
+    pipe.getOutputStream()->rdbuf()->pubsetbuf(memory, sizeof memory);
+    const std::string text(40960, 'x');
+    system.onWrite = {{0, 7}, PENDING};
+    system.onResult = {{0, 16384}};
+    pipe.getOutputStream()->write(text.data(), 7);
+    pipe.getOutputStream()->write(text.data(), 40960);
+    EXPECT_EQ(system.madeOf("WriteFile"),
+              (Lines{"WriteFile(1000, 7, event 1002)", "WriteFile(1000, 16384, event 1002)",
+                     "WriteFile(1000, 16384, event 1002)", "WriteFile(1000, 8185, event 1002)"}));
+    EXPECT_EQ(system.madeOf("WaitForSingleObject"), Lines{"WaitForSingleObject(1002, 40000)"});
+}
+
+TEST(PipeChannelTest, LargeBlocksStopAtTheFirstFailure) {
+    FakeSystem system;
+    CvPipe pipe("pipe", true, true);
+    char memory[4096];
+    pipe.getOutputStream()->rdbuf()->pubsetbuf(memory, sizeof memory);
+    const std::string text(40960, 'x');
+    system.onWrite = {{0, 16384}, {ERROR_NO_DATA}};
+    EXPECT_EQ(outcomeOf([&] {
+                  pipe.getOutputStream()->write(text.data(), 40960);
+                  return "written";
+              }),
+              "BrokenPipeException Pipe was closed at other end.");
+    EXPECT_EQ(system.madeOf("WriteFile"),
+              (Lines{"WriteFile(1000, 16384, event 1002)", "WriteFile(1000, 16384, event 1002)"}));
+}
+
 TEST(PipeChannelTest, CloseCancelsAllAndTheLastOneOutClosesTheHandles) {
     FakeSystem system;
     Platform::ChannelHandle channel;
