@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpServer.h"
@@ -28,25 +29,39 @@ void write(const std::string& entry, const Configured& configured) {
     }
 }
 
+/// Complains of an entry that cannot be used, so that what is wrong with the other one is told as well.
+template <typename Target>
+std::optional<Configured> tryToConfigure(Target& target, const ConfigFile& file, const EntryChoice& choice) {
+    try {
+        return configure(target, file, choice);
+    } catch (const UsageError& error) {
+        complain(error.what());
+        return std::nullopt;
+    }
+}
+
 int showConfig(const std::string& text) {
     const EntryChoice choice = EntryChoice::parse(text);
     const ConfigFile file;
     // No pipe can have the name of this server, so none is made.
     Cvtp::CvtpServer server("\\", 1);
     Cvtp::CvtpClient client;
-    const Configured ofServer = configure(server, file, choice);
-    const Configured ofClient = configure(client, file, choice);
+    const std::optional<Configured> ofServer = tryToConfigure(server, file, choice);
+    const std::optional<Configured> ofClient = tryToConfigure(client, file, choice);
+    if (!ofServer || !ofClient) {
+        return EXIT_USAGE;
+    }
     std::cout << "File: " << printable(file.path()) << '\n';
     writeLine("ENTRY", "OPTION", "VALUE", "FROM");
-    write("CvtpServer", ofServer);
-    write("CvtpClient", ofClient);
+    write("CvtpServer", *ofServer);
+    write("CvtpClient", *ofClient);
     if (!std::cout.flush()) {
         throw UsageError("cannot write to standard output");
     }
-    if (!ofServer.hasEntry && !ofClient.hasEntry) {
+    if (!ofServer->hasEntry && !ofClient->hasEntry) {
         throw UsageError("the configuration file '" + file.path() + "' has no entry for " + choice.text());
     }
-    return ofServer.hasUnknown || ofClient.hasUnknown ? EXIT_USAGE : EXIT_OK;
+    return ofServer->hasUnknown || ofClient->hasUnknown ? EXIT_USAGE : EXIT_OK;
 }
 
 }  // namespace

@@ -42,8 +42,9 @@ std::string describe(const std::string& element, const EntryChoice& choice) {
 /// Complains of all that an application would stumble over or not see.
 ///
 /// @param isOption whether an entry of this kind can set an option of that name.
-void check(const std::vector<EntryAttribute>& attributes, const std::string& entry,
+void check(const std::vector<EntryAttribute>& attributes, const std::string& element, const EntryChoice& choice,
            const std::function<bool(const std::string&)>& isOption, Configured& configured) {
+    const std::string entry = describe(element, choice);
     std::string notANumber;
     for (const EntryAttribute& attribute : attributes) {
         if (isOption(attribute.name)) {
@@ -53,7 +54,7 @@ void check(const std::vector<EntryAttribute>& attributes, const std::string& ent
                 }
                 notANumber = entry + " has no number in " + attribute.name + ": '" + attribute.value + "'";
             }
-        } else if (attribute.name == "read_timeout" && entry.find(CLIENT) != std::string::npos) {
+        } else if (attribute.name == "read_timeout" && element == CLIENT) {
             complain(entry + " has a read_timeout, which is not supported and has no effect");
         } else {
             complain(entry + " has the unknown attribute '" + attribute.name + "', which has no effect");
@@ -77,7 +78,7 @@ Configured configure(Target& target, const Options<Option>& options, const std::
             return std::any_of(options.begin(), options.end(),
                                [&name](const auto& option) { return option.first == name; });
         };
-        check(*attributes, describe(element, choice), isOption, configured);
+        check(*attributes, element, choice, isOption, configured);
     }
     set();
     for (const auto& option : options) {
