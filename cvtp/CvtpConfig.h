@@ -21,9 +21,9 @@ class CvtpServer;
 /// The options that an installation sets for its clients and servers, in one XML file for all of a process.
 ///
 /// The file is the one that the environment variable "CvtpConfigurationFile" names or, without that variable,
-/// "CvtpConfig.xml" in the current directory; no other place is searched. It is read once; a change takes effect in
-/// the next process. A file that is missing, cannot be read or is not in order is logged at ERROR and changes no
-/// option.
+/// "CvtpConfig.xml" in the current directory; no other place is searched. On Linux a program that runs with more
+/// rights than its caller does not look at the variable. The file is read once; a change takes effect in the next
+/// process. A file that is missing, cannot be read or is not in order is logged at ERROR and changes no option.
 ///
 /// Below the root element, whatever its name, stands an element `CvtpServer` or `CvtpClient` for each entry. Its
 /// attributes "function" and "component" select it, the others are options:

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <vector>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -14,6 +13,7 @@
 #include "cvtp/internal/ConfigParser.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/XmlText.h"
+#include "io/platform/PipePlatform.h"
 
 namespace Corvane {
 namespace Internal {
@@ -68,8 +68,7 @@ std::string attributeOf(const DOMElement& element, const char* name) {
 }  // namespace
 
 std::string configFilePath() {
-    const char* const named = std::getenv("CvtpConfigurationFile");
-    return named != nullptr ? named : "CvtpConfig.xml";
+    return Io::Platform::environmentVariable("CvtpConfigurationFile").value_or("CvtpConfig.xml");
 }
 
 bool exists(const std::string& path) {

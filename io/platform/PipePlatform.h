@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// What the transport needs of the operating system. Each platform folder implements all of it.
@@ -104,6 +105,11 @@ int awaitClient(const ListenerHandle& listener, int timeoutMs, ChannelHandle& ch
 
 /// Ends a wait that is under way, and gives the name back. A null listener is only logged.
 int closeListener(const ListenerHandle& listener);
+
+/// What an environment variable holds; nothing when it is not set. On Linux a program that runs with more rights
+/// than its caller, as one with the set-user-ID bit does, does not listen to the caller's environment: nothing is
+/// set there.
+std::optional<std::string> environmentVariable(const char* name);
 
 }  // namespace Platform
 }  // namespace Io

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/PipePlatform.h"
 #include "io/platform/posix/SystemCalls.h"
 
 namespace Corvane {
@@ -25,10 +25,8 @@ int refuse(const std::string& directory, const std::string& reason, int code) {
     return code;
 }
 
-/// What the environment says. A program that runs with more rights than its caller does not listen to it.
 std::string fromEnvironment(const char* variable) {
-    const char* const value = ::secure_getenv(variable);
-    return value == nullptr ? std::string() : std::string(value);
+    return environmentVariable(variable).value_or(std::string());
 }
 
 void stripSlashes(std::string& directory) {

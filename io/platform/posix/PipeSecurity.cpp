@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <vector>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/PipePlatform.h"
 #include "io/platform/posix/FileDescriptor.h"
 #include "io/platform/posix/SystemCalls.h"
 
@@ -43,10 +43,8 @@ struct Settings {
     bool areDefault() const { return !groupHasAccess && group.empty(); }
 };
 
-/// What the environment says. A program that runs with more rights than its caller does not listen to it.
 std::string fromEnvironment(const char* variable) {
-    const char* const value = ::secure_getenv(variable);
-    return value == nullptr ? std::string() : std::string(value);
+    return environmentVariable(variable).value_or(std::string());
 }
 
 char toLower(char c) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/PipePlatform.h"
 #include "io/platform/windows/SecurityDescriptorBuilder.h"
 
 namespace Corvane {
@@ -23,18 +24,9 @@ std::mutex mutex;
 /// Null until one could be built; then never freed.
 PSECURITY_DESCRIPTOR descriptor = nullptr;
 
-/// Empty when the variable is not set. Not by getenv, whose result another thread may change while it is read, and
-/// which does not see what a program has set through another C runtime than that of this library.
-std::string readVariable(const char* name) {
-    std::string value;
-    // With the NUL when the buffer is too short, otherwise without.
-    DWORD size = ::GetEnvironmentVariableA(name, nullptr, 0);
-    while (size > value.size()) {
-        value.resize(size);
-        size = ::GetEnvironmentVariableA(name, &value[0], static_cast<DWORD>(value.size()));
-    }
-    value.resize(size);
-    return value;
+/// Empty when the variable is not set.
+std::string fromEnvironment(const char* variable) {
+    return environmentVariable(variable).value_or(std::string());
 }
 
 char toLower(char c) {
@@ -49,8 +41,8 @@ bool isTrue(std::string text) {
 
 AccessSettings readSettings() {
     AccessSettings settings;
-    settings.groupHasAccess = isTrue(readVariable("CV_PIPE_SET_GROUP_PERMISSION"));
-    settings.group = readVariable("CV_PIPE_OWNER_GROUP");
+    settings.groupHasAccess = isTrue(fromEnvironment("CV_PIPE_SET_GROUP_PERMISSION"));
+    settings.group = fromEnvironment("CV_PIPE_OWNER_GROUP");
     return settings;
 }
 

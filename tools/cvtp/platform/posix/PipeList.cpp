@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -16,6 +15,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "io/platform/PipePlatform.h"
 #include "io/platform/posix/FileDescriptor.h"
 #include "io/platform/posix/PipeDirectory.h"
 #include "io/platform/posix/PipeName.h"
@@ -133,8 +133,8 @@ std::string nameOfUser(uid_t user) {
 std::string findDirectory() {
     std::string directory;
     const int code = Io::Platform::findPipeDirectory(Io::Platform::SYSTEM_PIPE_DIRECTORY, false, directory);
-    const char* const chosen = ::secure_getenv("CVTP_PIPE_DIR");
-    if (code == ENOENT && (chosen == nullptr || *chosen == '\0')) {
+    const bool isChosen = !Io::Platform::environmentVariable("CVTP_PIPE_DIR").value_or(std::string()).empty();
+    if (code == ENOENT && !isChosen) {
         return std::string();
     }
     if (code != 0) {
