@@ -17,8 +17,9 @@ namespace Cvtp {
 /// part of the document that it understood, and say nothing.
 class ConfigParser : public xercesc::XercesDOMParser {
  public:
-    /// How many entities are expanded.
+    /// How many entities are expanded, and how many characters each may stand for, but for those of other entities.
     static constexpr std::size_t MOST_EXPANSIONS = 1000;
+    static constexpr std::size_t LONGEST_ENTITY = 16 * 1024;
     /// How deep elements may lie in each other, how many attributes one may have, and how many may be declared. The
     /// time that Xerces takes grows with the square of each.
     static constexpr std::size_t MOST_LEVELS = 256;

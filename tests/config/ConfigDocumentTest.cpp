@@ -268,6 +268,19 @@ TEST_F(ConfigDocumentTest, CountsLevelsAndNotElements) {
               std::vector<std::string>{"ERROR: The elements of the configuration file have more than 256 levels."});
 }
 
+TEST_F(ConfigDocumentTest, TakesAnEntityOfTheGreatestLength) {
+    EXPECT_EQ(load("<!DOCTYPE any [<!ENTITY e \"" + std::string(16384, '5') + "\"><!ENTITY % p \"" +
+                   std::string(16384, ' ') + "\"> %p;]><any><CvtpClient is=\"&e;\"/></any>"),
+              nothing());
+    EXPECT_EQ(found("", ""), std::string(16384, '5'));
+    ConfigDocument other;
+    const LogCapture log;
+    other.load(write("other.xml", "<!DOCTYPE any [<!ENTITY e \"" + std::string(16385, '5') + "\">]><any/>"));
+    EXPECT_EQ(log.texts(), std::vector<std::string>{
+                               "ERROR: The configuration file declares an entity of more than 16384 characters."});
+    EXPECT_FALSE(other.isLoaded());
+}
+
 TEST_F(ConfigDocumentTest, ExpandsAThousandEntities) {
     const auto expanding = [](int count) {
         return "<!DOCTYPE any [<!ENTITY e \"5\">]><any>" + repeated("&e;", count) + "</any>";

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "cvtp/internal/ConfigDocument.h"
+#include "cvtp/internal/ConfigParser.h"
 #include "cvtp/internal/Logging.h"
 #include "tests/config/BadFiles.h"
 #include "tests/config/ConfigTest.h"
@@ -18,6 +19,7 @@ namespace Testing {
 namespace {
 
 using Internal::Cvtp::ConfigDocument;
+using Internal::Cvtp::ConfigParser;
 
 // A sanitizer takes memory and time of its own.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -126,6 +128,8 @@ TEST_F(ConfigCostTest, AFileFullOfOneThingTakesNeitherMuchTimeNorMemory) {
     const std::vector<std::string> contents = {
         attributes + "/>",
         defaults + ">]><a>" + repeated("<b/>", 200000) + "</a>",
+        "<!DOCTYPE a [<!ATTLIST b c (" + repeated("d|", 200000) + "z) #IMPLIED>]><a>" +
+            repeated("<b c=\"z\"/>", 50000) + "</a>",
         repeated("<a>", 300000),
         "<!DOCTYPE a [<!ELEMENT a " + repeated("(b,", 300000),
         "<!DOCTYPE a [<!ELEMENT a (b" + repeated("|c", 300000) + ")>]><a/>",
@@ -137,6 +141,35 @@ TEST_F(ConfigCostTest, AFileFullOfOneThingTakesNeitherMuchTimeNorMemory) {
         EXPECT_FALSE(cost.isLoaded);
         EXPECT_LE(cost.milliseconds, 3000 * FACTOR);
         EXPECT_LE(cost.kilobytes, 48 * 1024 * FACTOR);
+    }
+}
+
+TEST_F(ConfigCostTest, AnAttributeOfManyValuesIsNoTrouble) {
+    std::string text = "<!DOCTYPE a [<!ATTLIST a b (";
+    for (int i = 0; i < 30000; ++i) {
+        text += "c" + std::to_string(i) + "|";
+    }
+    const Cost cost = leastCostOf(write("file.xml", text + "d) \"d\">]><a/>"), 100 * FACTOR);
+    EXPECT_TRUE(cost.isLoaded);
+    EXPECT_LE(cost.milliseconds, 100 * FACTOR);
+    EXPECT_LE(cost.kilobytes, 8 * 1024 * FACTOR);
+}
+
+// As much text as entities can ever stand for.
+TEST_F(ConfigCostTest, TheLongestEntityManyTimesTakesNotMuchTime) {
+    const std::string blanks(ConfigParser::LONGEST_ENTITY, ' ');
+    const std::vector<std::string> contents = {
+        "<!DOCTYPE a [<!ENTITY b \"" + blanks + "\"><!ATTLIST c d NMTOKENS \"\">]><a>" +
+            repeated("<c d=\"&b;\"/>", ConfigParser::MOST_EXPANSIONS) + "</a>",
+        "<!DOCTYPE a [<!NOTATION c SYSTEM ''><!ENTITY % b \"<!NOTATION c SYSTEM '" + blanks.substr(30) + "'>\">" +
+            repeated("%b;", ConfigParser::MOST_EXPANSIONS) + "]><a/>",
+    };
+    for (const std::string& content : contents) {
+        SCOPED_TRACE(content.substr(0, 40));
+        const Cost cost = leastCostOf(write("file.xml", content), 500 * FACTOR);
+        EXPECT_TRUE(cost.isLoaded);
+        EXPECT_LE(cost.milliseconds, 500 * FACTOR);
+        EXPECT_LE(cost.kilobytes, 32 * 1024 * FACTOR);
     }
 }
 
