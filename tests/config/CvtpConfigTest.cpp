@@ -140,6 +140,16 @@ TEST_F(CvtpConfigTest, ReadsTheFileOnceForAllUses) {
                      "client 60000 10000 40960", "loaded"}));
 }
 
+// What the application gets to see of it without knowing what is in the library.
+TEST_F(CvtpConfigTest, PassesOnAnExceptionThatIsNoStandardOne) {
+    const FileVariable unset;
+    write("CvtpConfig.xml",
+          "<any><CvtpClient buffer_size=\"1\" connect_timeout=\"2s\" stale_timeout=\"3\"/></any>");
+    EXPECT_EQ(run(1, {"client", "", ""}),
+              (Texts{"ERROR: The attribute connect_timeout of the cvtp configuration file is not a number: \"2s\"",
+                     "exception", "client 60000 10000 1"}));
+}
+
 // An URL that is also the path of a file: the library opens the file.
 TEST_F(CvtpConfigTest, TakesAnUrlForAPath) {
     std::filesystem::create_directories(folder / "file:" / "x");

@@ -6,12 +6,13 @@
 //     get                        makes the configuration, between two attempts to open files that do not exist,
 //                                which show in a list of system calls; prints whether it is loaded
 //     threads                    gets the configuration in several threads at once, which set options then
-//     client FUNCTION COMPONENT  sets the options of a new client
+//     client FUNCTION COMPONENT  sets the options of a new client; tells of an exception
 //     server FUNCTION COMPONENT  sets the options of a new server
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -57,7 +58,13 @@ void get() {
 
 Options clientOptions(const std::string& function, const std::string& component) {
     CvtpClient client;
-    CvtpConfig::getInstance().setCvtpClientOptions(client, function, component);
+    try {
+        CvtpConfig::getInstance().setCvtpClientOptions(client, function, component);
+    } catch (const std::exception&) {
+        print("standard exception");
+    } catch (...) {
+        print("exception");
+    }
     return {client.getIntegerOption(CvtpClient::CONNECTION_TIMEOUT),
             client.getIntegerOption(CvtpClient::STALE_TIMEOUT), client.getIntegerOption(CvtpClient::BUFFER_SIZE)};
 }
