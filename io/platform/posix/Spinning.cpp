@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "io/platform/PipePlatform.h"
+
 namespace Corvane {
 namespace Io {
 namespace Platform {
@@ -24,7 +26,7 @@ const unsigned MAX_LEFT_OUT = 4096;
 std::atomic<int> lengthForTests{-1};
 
 int lengthInUse() {
-    static const int ofEnvironment = lengthFrom(std::getenv("CVTP_SPIN_US"));
+    static const int ofEnvironment = lengthFrom(environmentVariable("CVTP_SPIN_US").value_or(""));
     const int forTests = lengthForTests.load(std::memory_order_relaxed);
     return forTests < 0 ? ofEnvironment : forTests;
 }
@@ -47,15 +49,12 @@ thread_local Experience experience;
 
 }  // namespace
 
-int lengthFrom(const char* text) {
-    if (text == nullptr || *text == '\0') {
-        return DEFAULT_LENGTH_US;
-    }
+int lengthFrom(const std::string& text) {
     char* end = nullptr;
     errno = 0;
-    const long value = std::strtol(text, &end, 10);
+    const long value = std::strtol(text.c_str(), &end, 10);
     // What is no number must not change how a program behaves.
-    const bool isNumber = end != text && *end == '\0' && errno == 0 && value >= 0;
+    const bool isNumber = end != text.c_str() && *end == '\0' && errno == 0 && value >= 0;
     return isNumber ? static_cast<int>(std::min<long>(value, MAX_LENGTH_US)) : DEFAULT_LENGTH_US;
 }
 

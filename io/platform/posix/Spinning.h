@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 /// An answer often comes sooner than a thread can be put to sleep and woken again. So a read that finds nothing may
 /// try again for a moment first. Each thread learns by itself whether that pays: after a moment that was wasted it
@@ -23,8 +24,8 @@ void note(bool found);
 /// How long the moment is.
 std::chrono::microseconds length();
 
-/// The microseconds that a value of the variable means; it may be null.
-int lengthFrom(const char* text);
+/// The microseconds that a value of the variable means; none is "".
+int lengthFrom(const std::string& text);
 
 /// Another length, in microseconds, for tests; below zero goes back to that of the environment. To be called while
 /// no thread reads. Also makes the calling thread forget what it has learned.

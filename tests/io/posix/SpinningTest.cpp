@@ -127,9 +127,8 @@ TEST(SpinningLength, IsThatOfTheEnvironment) {
 }
 
 TEST(SpinningLength, IsTheUsualOneForWhatIsNoLength) {
-    for (const char* text :
-         {static_cast<const char*>(nullptr), "", " ", "-1", "many", "5 ms", "0x10", "99999999999999999999"}) {
-        EXPECT_EQ(Spinning::lengthFrom(text), 50) << (text == nullptr ? "null" : text);
+    for (const char* text : {"", " ", "-1", "many", "5 ms", "0x10", "99999999999999999999"}) {
+        EXPECT_EQ(Spinning::lengthFrom(text), 50) << text;
     }
 }
 
