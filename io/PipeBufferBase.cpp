@@ -195,15 +195,25 @@ std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsiz
         return 0;
     }
     if (this->gptr() == this->egptr()) {
-        if (buffer != nullptr && n >= bufferSize) {
-            const auto limit = std::min<std::streamsize>(n, std::numeric_limits<int>::max());
-            return std::max(pipe->readPipe(s, 0, static_cast<int>(limit), pipe->getReadTimeout()), 0);
+        if (bufferSize > 0 && n >= bufferSize) {
+            return readStraight(s, n);
         }
         if (Traits::eq_int_type(underflow(), Traits::eof())) {
             return 0;
         }
     }
     return pickUp(s, n);
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::readStraight(CharT* s, std::streamsize n) {
+    const auto limit = std::min<std::streamsize>(n, std::numeric_limits<int>::max());
+    const int count = std::max(pipe->readPipe(s, 0, static_cast<int>(limit), pipe->getReadTimeout()), 0);
+    // The last byte stands where it can be put back, as after any other read; what stood there before is stale.
+    const int kept = std::min(count, 1);
+    Traits::copy(buffer, s + count - kept, static_cast<std::size_t>(kept));
+    this->setg(buffer, buffer + kept, buffer + kept);
+    return count;
 }
 
 /// Takes what the get area holds.

@@ -71,6 +71,7 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     void writePutArea();
     std::streamsize writeWholeBuffers(const CharT* s, std::streamsize n);
     void putDown(const CharT* s, std::streamsize n);
+    std::streamsize readStraight(CharT* s, std::streamsize n);
     std::streamsize pickUp(CharT* s, std::streamsize n);
     void writeUnbuffered(const CharT* s, std::streamsize n);
     /// Forgets what was read ahead, or not written yet.

@@ -223,6 +223,41 @@ TEST_F(PipeBufferWrites, AReadOfABufferOrMoreGoesStraightIntoTheCallersMemory) {
     EXPECT_EQ(std::string(target, 2), "op");
 }
 
+TEST_F(PipeBufferWrites, TheLastByteOfAStraightReadCanBePutBack) {
+    char target[20] = {};
+    incoming = {"abcdef", "ghijklmnopqrst", "uvwxyz"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.sgetn(target, 6), 6);
+    EXPECT_EQ(in.readSome(target, 14), 14);
+    EXPECT_EQ(in.sungetc(), 't');
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "there is one only";
+    EXPECT_EQ(in.sbumpc(), 't');
+    EXPECT_EQ(in.sbumpc(), 'u');
+    EXPECT_EQ(in.sgetn(target, 10), 5);
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "not behind the end";
+}
+
+TEST_F(PipeBufferWrites, ThroughABufferOfNothingNothingIsRead) {
+    char target[20] = {};
+    incoming = {"", ""};
+    in.pubsetbuf(memory, 0);
+    EXPECT_EQ(in.sgetn(target, 20), 0);
+    EXPECT_EQ(in.readSome(target, 20), 0);
+    EXPECT_EQ(in.sgetc(), std::char_traits<char>::eof());
+    EXPECT_EQ(reads, (Reads{{memory, 0}, {memory, 0}, {memory, 0}}));
+}
+
+TEST_F(PipeBufferWrites, WithoutABufferTheFirstReadIsOfOneByte) {
+    char target[20] = {};
+    incoming = {"a", "bcdef"};
+    EXPECT_EQ(in.sgetn(target, 6), 6);
+    EXPECT_EQ(std::string(target, 6), "abcdef");
+    ASSERT_EQ(reads.size(), 2u);
+    EXPECT_EQ(reads[0].length, 1);
+    EXPECT_EQ(reads[1].length, 5);
+    EXPECT_EQ(in.sungetc(), 'f');
+}
+
 TEST_F(PipeBufferWrites, WhatWasReadAheadComesFirst) {
     char target[20] = {};
     incoming = {"abcdef", "ghijklmnopqrst"};
