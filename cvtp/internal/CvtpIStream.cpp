@@ -8,9 +8,9 @@ CvtpIStream::CvtpIStream(IStreamBuffer<char>& decoder) : std::istream(&decoder) 
     exceptions(std::ios_base::badbit);
 }
 
-void CvtpIStream::breakOff() {
+void CvtpIStream::breakOff(bool isAtEnd) {
     try {
-        setstate(std::ios_base::badbit);
+        setstate(isAtEnd ? std::ios_base::eofbit | std::ios_base::failbit : std::ios_base::badbit);
     } catch (const std::ios_base::failure&) {
         // That is what it does to a stream that throws; the state is set.
     }

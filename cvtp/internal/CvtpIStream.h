@@ -14,8 +14,8 @@ class CvtpIStream : public std::istream {
     /// @param decoder not owned.
     explicit CvtpIStream(IStreamBuffer<char>& decoder);
 
-    /// Leaves the stream as an exception of the pipe would.
-    void breakOff();
+    /// Leaves the stream as a read would that found the end of the body, or else as an exception of the pipe would.
+    void breakOff(bool isAtEnd);
 };
 
 }  // namespace Cvtp

@@ -93,8 +93,7 @@ void CvtpMessageInImpl::getBody(char*& data, std::size_t& length) {
     }
 }
 
-/// From the decoder while nobody has the stream. What the pipe throws leaves the stream failed as if it had been
-/// read from it: nobody knows how much of the body is lost.
+/// From the decoder while nobody has the stream. A failure leaves the stream as if it had been read from.
 void CvtpMessageInImpl::readCountedBody(char*& data, std::int64_t length) {
     if (bodyStream) {
         StreamUtil::readLength(*bodyStream, data, length);
@@ -103,9 +102,7 @@ void CvtpMessageInImpl::readCountedBody(char*& data, std::int64_t length) {
     try {
         StreamUtil::readLength(*bodyDecoder, data, length);
     } catch (...) {
-        if (!bodyDecoder->isAtEnd()) {
-            stream().breakOff();
-        }
+        stream().breakOff(bodyDecoder->isAtEnd());
         throw;
     }
 }

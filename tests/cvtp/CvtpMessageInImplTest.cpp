@@ -28,6 +28,8 @@ const std::string HEAD = "POST /a CVTP/1.0\r\nContent-Length: 5\r\nX-A: 1\r\n\r\
 const char* const NO_HEAD =
     "Failed to read the message start line and headers, and do not have body of the message.";
 
+const char* const CUT_BODY = "Reached the stream end-of-file before the expected length.";
+
 class CvtpMessageInImplTest : public testing::Test {
  protected:
     CvtpMessageInImplTest() { in.exceptions(std::ios_base::badbit); }
@@ -207,8 +209,52 @@ TEST_F(CvtpMessageInImplTest, ATimeoutInTheBodyPassesThroughGetBody) {
 TEST_F(CvtpMessageInImplTest, ABodyReadTwiceIsCutOffTheSecondTime) {
     source.then(HEAD + "hello");
     EXPECT_EQ(Testing::bodyOf(message), "hello");
-    EXPECT_EQ(failureOf([this] { Testing::bodyOf(message); }),
-              "0: Reached the stream end-of-file before the expected length.");
+    EXPECT_EQ(failureOf([this] { Testing::bodyOf(message); }), std::string("0: ") + CUT_BODY);
+    EXPECT_TRUE(message.getBodyStream()->eof());
+    EXPECT_TRUE(message.isBodyComplete());
+}
+
+TEST_F(CvtpMessageInImplTest, AfterATimeoutGetBodyGivesNothingAndTheStreamIsBad) {
+    source.then(HEAD + "he").thenTimeOut().then("llo");
+    EXPECT_THROW(Testing::bodyOf(message), Io::TimeoutException);
+    const LogCapture capture;
+    EXPECT_EQ(failureOf([this] { Testing::bodyOf(message); }), std::string("0: ") + CUT_BODY);
+    EXPECT_EQ(capture.texts(), (std::vector<std::string>{std::string("WARN: ") + CUT_BODY}));
+    std::istream& stream = *message.getBodyStream();
+    EXPECT_TRUE(stream.bad());
+    EXPECT_FALSE(stream.eof());
+    // Whoever mends the stream gets all that came.
+    stream.clear();
+    std::string body;
+    stream >> body;
+    EXPECT_EQ(body, "hello");
+    EXPECT_TRUE(message.isBodyComplete());
+}
+
+TEST_F(CvtpMessageInImplTest, AfterABodyThatWasCutOffTheStreamIsAtItsEnd) {
+    source.then(HEAD + "hell");
+    EXPECT_EQ(failureOf([this] { Testing::bodyOf(message); }), std::string("0: ") + CUT_BODY);
+    std::istream& stream = *message.getBodyStream();
+    EXPECT_TRUE(stream.eof());
+    EXPECT_TRUE(stream.fail());
+    EXPECT_FALSE(stream.bad());
+    EXPECT_FALSE(message.isBodyComplete());
+}
+
+TEST_F(CvtpMessageInImplTest, AfterAWholeBodyTheStreamIsGoodAndEmpty) {
+    source.then(HEAD + "hello").then(HEAD);
+    EXPECT_EQ(Testing::bodyOf(message), "hello");
+    std::istream& stream = *message.getBodyStream();
+    EXPECT_TRUE(stream.good());
+    EXPECT_EQ(stream.get(), std::char_traits<char>::eof());
+}
+
+TEST_F(CvtpMessageInImplTest, GetBodyGoesOnWhereTheStreamStopped) {
+    source.then(HEAD + "he").then("llo");
+    EXPECT_EQ(message.getBodyStream()->get(), 'h');
+    // The length is that of the whole body, deliberate; so what was taken is missing at its end.
+    EXPECT_EQ(failureOf([this] { Testing::bodyOf(message); }), std::string("0: ") + CUT_BODY);
+    EXPECT_TRUE(message.getBodyStream()->eof());
     EXPECT_TRUE(message.isBodyComplete());
 }
 
