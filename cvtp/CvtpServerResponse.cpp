@@ -133,7 +133,10 @@ bool CvtpServerResponse::isCommitted() const {
 }
 
 bool CvtpServerResponse::isSentInPart() const {
-    return isCommitted() && !sent;
+    // A head that leaves together with its body is not committed when their one write fails, and may have left in
+    // part.
+    const bool isBegun = isCommitted() || (bodyBegun && outputStream->fail());
+    return isBegun && !sent;
 }
 
 }  // namespace Cvtp

@@ -186,6 +186,21 @@ TEST_F(ServerBodiesTest, AResponseThatBreaksOffClosesTheConnection) {
                             closingLine()));
 }
 
+TEST_F(ServerBodiesTest, AResponseOfWhichNothingWasSentLeavesTheConnectionUsable) {
+    service.handler.onPost = [](CvtpServerRequest& request, CvtpServerResponse& response) {
+        if (request.getResource() != "/refused") {
+            FunctionHandler::echo(request, response);
+            return;
+        }
+        response.addHeader("X-Long", std::string(3000, 'x'));
+        EXPECT_THROW(FunctionHandler::reply(response, "hello"), Io::IllegalStateException);
+    };
+    service.start();
+    RawClient client("pipe");
+    client.send(RawClient::postBytes("hello", "/refused"));
+    EXPECT_EQ(client.post("again"), "again");
+}
+
 TEST_F(ServerBodiesTest, AClientThatIsGoneBeforeTheResponseIsAFailedRequest) {
     Gate received;
     Gate gone;
