@@ -16,6 +16,7 @@
 #include "io/Exceptions.h"
 #include "tests/cvtp/MessageSupport.h"
 #include "tests/cvtp/MessageTable.h"
+#include "tests/cvtp/PipeSource.h"
 #include "tests/support_code/FeedBuffer.h"
 #include "tests/support_code/LogCapture.h"
 
@@ -181,6 +182,21 @@ TEST_P(Reader, ReadsAMessageThatArrivesInTwoPiecesWhereverItIsSplit) {
     for (std::size_t split = 1; split < bytes.size(); ++split) {
         readInEachWay([&] { return std::make_unique<TwoPieces>(bytes, split); }, false);
         ASSERT_FALSE(HasFailure()) << "split at " << split;
+    }
+}
+
+TEST_P(Reader, ReadsAMessageFromAPipeWithABufferOfAnySize) {
+    const TemporaryPipeDirectory folder;
+    for (const std::size_t size : {1U, 2U, 7U, 60U, 4096U}) {
+        for (const BodyAs way : {BodyAs::BLOCK, BodyAs::STREAM, BodyAs::CHARACTERS}) {
+            for (const int bufferSize : {1, 3, 40960}) {
+                PipeSource source(GetParam().bytes, size);
+                const Reading reading = readMessage(source.buffer(), way, bufferSize);
+                expectHead(GetParam(), reading);
+                expectBody(GetParam(), reading, way, false);
+                ASSERT_FALSE(HasFailure()) << "sizes " << size << " and " << bufferSize;
+            }
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "io/Exceptions.h"
 #include "tests/cvtp/MessageSupport.h"
+#include "tests/cvtp/PipeSource.h"
 #include "tests/support_code/FeedBuffer.h"
 #include "tests/support_code/LogCapture.h"
 
@@ -145,6 +146,59 @@ TEST(StreamUtil, ATimeoutInsideALinePassesThrough) {
     in.exceptions(std::ios_base::badbit);
     std::string line;
     EXPECT_THROW(StreamUtil::readLine(in, line), Io::TimeoutException);
+}
+
+/// The lines that a pipe gives through a buffer of this size, and "cut" for the failure at its end.
+std::vector<std::string> linesOfPipe(const std::string& text, std::size_t size) {
+    Testing::PipeSource source(text, size);
+    std::vector<std::string> lines;
+    std::string line = "the line before";
+    try {
+        for (;;) {
+            StreamUtil::readLine(source.stream(), line);
+            lines.push_back(line);
+        }
+    } catch (Io::InterruptedException& exception) {
+        EXPECT_EQ(exception.getMessage(), CUT_LINE);
+        EXPECT_EQ(line, "");
+    }
+    return lines;
+}
+
+TEST(StreamUtil, ReadsTheSameLinesFromAPipeWhereverItsBufferSplitsThem) {
+    const Testing::TemporaryPipeDirectory folder;
+    const std::string text = std::string("abc\r\na\rb\n\r\n\n\ra\n\r\r\na\0b\r\nthe last\r", 32);
+    const std::vector<std::string> expected{"abc", "a\rb", "", "", "\ra", "\r", std::string("a\0b", 3)};
+    for (std::size_t size = 1; size <= text.size() + 1; ++size) {
+        EXPECT_EQ(linesOfPipe(text, size), expected) << size;
+    }
+}
+
+TEST(StreamUtil, TheLimitOfALineIsTheSameForAPipe) {
+    const Testing::TemporaryPipeDirectory folder;
+    for (const std::size_t size : {1U, 100U, 1024U, 2047U, 2048U, 2049U, 4096U}) {
+        for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 2045U, 2046U}) {
+            const std::string line(length, 'x');
+            EXPECT_EQ(linesOfPipe(line + "\r\nnext\n", size), (std::vector<std::string>{line, "next"}))
+                << size << ", " << length;
+        }
+        const std::string line(2047, 'x');
+        EXPECT_EQ(linesOfPipe(line + "\nnext\n", size), (std::vector<std::string>{line, "next"})) << size;
+        EXPECT_EQ(linesOfPipe(line + "\r\nnext\n", size), std::vector<std::string>()) << size;
+        EXPECT_EQ(linesOfPipe(line + "x\nnext\n", size), std::vector<std::string>()) << size;
+        EXPECT_EQ(linesOfPipe("first\n" + line + "x\nnext\n", size), (std::vector<std::string>{"first"})) << size;
+    }
+}
+
+TEST(StreamUtil, TakesNoLineFromAPipeWhoseStreamHasFailed) {
+    const Testing::TemporaryPipeDirectory folder;
+    Testing::PipeSource source("first\nsecond\n", 4096);
+    std::string line;
+    StreamUtil::readLine(source.stream(), line);
+    source.stream().setstate(std::ios_base::failbit);
+    EXPECT_EQ(failureOfLine(source.stream()), CUT_LINE);
+    source.stream().clear();
+    EXPECT_EQ(failureOfLine(source.stream()), "read: second");
 }
 
 TEST(StreamUtil, ReadsABlockOfExactlyItsLength) {

@@ -379,6 +379,46 @@ TEST_F(ServerResponseTest, WritingBehindTheEndIsRefused) {
     EXPECT_EQ(out.str(), sent);
 }
 
+// A body by length has no stream. One that is asked for too late is there all the same, and takes nothing.
+TEST_F(ServerResponseTest, AStreamThatIsAskedForAfterABodyWasSentTakesNothing) {
+    response.setStatusCode(200);
+    response.setBody("hello", 5);
+    response.send();
+    const std::string sent = out.str();
+    EXPECT_EQ(sent, "CVTP/1.0 200 OK\r\nContent-Length: 5\r\nServer: CvtpServer\r\n\r\nhello");
+    std::ostream& body = *response.getBodyStream();
+    EXPECT_EQ(response.getBodyStream(), &body);
+    const LogCapture log;
+    EXPECT_EQ(messageOf<Io::CvPipeException>([&body] { body << "more"; }),
+              "Atempt to write to the CvPipe  after the message has been sent.");
+    EXPECT_EQ(log.texts(), Lines({"ERROR: Atempt to write to the CvPipe  after the message has been sent."}));
+    body.clear();
+    body.flush();
+    EXPECT_EQ(out.str(), sent);
+}
+
+TEST_F(ServerResponseTest, ABodyIsSentOnlyOnce) {
+    response.setBody("hello", 5);
+    response.send();
+    const std::string sent = out.str();
+    EXPECT_EQ(messageOf<Io::IllegalStateException>([this] { response.send(); }), BOTH);
+    EXPECT_EQ(messageOf<Io::IllegalStateException>([this] { response.sendError(500, "No"); }), BOTH);
+    response.getBodyStream();
+    EXPECT_EQ(messageOf<Io::IllegalStateException>([this] { response.send(); }), BOTH);
+    EXPECT_EQ(out.str(), sent);
+}
+
+TEST_F(ServerResponseTest, ABodyThatCouldNotBeSentIsNotSentAgain) {
+    response.addHeader("X-Long", std::string(3000, 'x'));
+    response.setBody("hello", 5);
+    EXPECT_EQ(messageOf<Io::IllegalStateException>([this] { response.send(); }),
+              "The header X-Long exceeded the 2048 byte limit.");
+    response.removeHeader("X-Long");
+    EXPECT_EQ(messageOf<Io::IllegalStateException>([this] { response.send(); }), BOTH);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_FALSE(response.isCommitted());
+}
+
 TEST_F(ServerResponseTest, TracesWithItsTag) {
     const LogCapture log(4, 2);
     CvtpServerResponse traced(&server, &out, &scratch);
