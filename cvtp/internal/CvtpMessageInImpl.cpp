@@ -38,7 +38,7 @@ struct HeaderLine {
     std::string_view value;
 };
 
-bool isContinuation(const std::string& line) {
+bool isContinuation(std::string_view line) {
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
 
@@ -162,21 +162,25 @@ void CvtpMessageInImpl::readHead() {
 bool CvtpMessageInImpl::readHeadersAhead() {
     StreamUtil::PipeBuffer* const pipe = StreamUtil::pipeBufferOf(*in);
     // The trace shows lines as they are read.
-    while (pipe != nullptr && !isInputTraced()) {
-        const auto line = StreamUtil::lookAhead(*pipe);
-        if (!line || (!line->text.empty() && (!line->isNextKnown || line->isContinued))) {
+    if (pipe == nullptr || isInputTraced()) {
+        return false;
+    }
+    auto line = StreamUtil::lookAhead(*pipe);
+    while (line && !line->text.empty()) {
+        // A header counts when the line behind it has come, which may continue it.
+        const auto next = StreamUtil::lookAhead(*pipe, line->size);
+        if (!next || isContinuation(next->text)) {
             return false;
         }
-        if (!line->text.empty()) {
-            const HeaderLine header(line->text);
-            headers.add(header.name, header.value);
-        }
+        const HeaderLine header(line->text);
+        headers.add(header.name, header.value);
         pipe->skip(line->size);
-        if (line->text.empty()) {
-            return true;
-        }
+        line = next;
     }
-    return false;
+    if (line) {
+        pipe->skip(line->size);
+    }
+    return line.has_value();
 }
 
 void CvtpMessageInImpl::readHeaders() {

@@ -34,15 +34,13 @@ class StreamUtil {
         std::string_view text;
         /// With its end.
         std::size_t size;
-        /// A byte behind it has arrived, too, and begins a line that continues it.
-        bool isNextKnown;
-        bool isContinued;
     };
 
     /// The buffer of a pipe below a stream that is good; else null.
     static PipeBuffer* pipeBufferOf(const std::istream& in);
-    /// The next line where it lies in the buffer, if it is there as a whole. Stays until its size is skipped.
-    static std::optional<LineAhead> lookAhead(const PipeBuffer& pipe);
+    /// The line that begins `offset` bytes ahead, where it lies in the buffer, if it is there as a whole. Stays
+    /// until something is read from the pipe.
+    static std::optional<LineAhead> lookAhead(const PipeBuffer& pipe, std::size_t offset = 0);
 
     /// Reads exactly `length` bytes into a block that ends in a NUL, which the caller gives back with free().
     /// The block grows as bytes arrive: a length is a claim of the other end, and costs what was really sent.

@@ -200,6 +200,20 @@ TEST_P(Reader, ReadsAMessageFromAPipeWithABufferOfAnySize) {
     }
 }
 
+std::string traceOf(std::streambuf& source) {
+    const LogCapture capture(0, 1);
+    readMessage(source, BodyAs::BLOCK, 40960);
+    return capture.maskedTrace();
+}
+
+TEST_P(Reader, TracesTheSameFromAPipe) {
+    const TemporaryPipeDirectory folder;
+    FeedBuffer source;
+    source.then(GetParam().bytes);
+    PipeSource pipe(GetParam().bytes, 4096);
+    EXPECT_EQ(traceOf(pipe.buffer()), traceOf(source));
+}
+
 TEST_P(Reader, LogsWhatIsWrongOnce) {
     const LogCapture capture(2);
     FeedBuffer source;

@@ -190,6 +190,20 @@ TEST(StreamUtil, TheLimitOfALineIsTheSameForAPipe) {
     }
 }
 
+TEST(StreamUtil, LeavesALineThatAPipeDidNotGiveEmpty) {
+    const Testing::TemporaryPipeDirectory folder;
+    for (const char* const text : {"abc\n", "abc\nde"}) {
+        Testing::PipeSource source(text, 4);
+        std::string line;
+        StreamUtil::readLine(source.stream(), line);
+        EXPECT_EQ(line, "abc");
+        EXPECT_THROW(StreamUtil::readLine(source.stream(), line), Io::InterruptedException);
+        EXPECT_EQ(line, "");
+        EXPECT_TRUE(source.stream().eof());
+        EXPECT_FALSE(source.stream().bad());
+    }
+}
+
 TEST(StreamUtil, TakesNoLineFromAPipeWhoseStreamHasFailed) {
     const Testing::TemporaryPipeDirectory folder;
     Testing::PipeSource source("first\nsecond\n", 4096);
