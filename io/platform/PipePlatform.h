@@ -81,8 +81,8 @@ struct Block {
     std::size_t length;
 };
 
-/// Writes two blocks, one behind the other, in as few calls of the system as it can. The other end may take them as
-/// slowly as if each `piece` bytes were given to writeChannel().
+/// Writes two blocks, one behind the other, in as few calls of the system as it can. The other end has the time of
+/// a write for each `piece` bytes; where the system does not show how far a write has come, for a few pieces.
 ///
 /// @return as writeChannel().
 int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece);

@@ -11,6 +11,8 @@ namespace Platform {
 /// The moment at which a call gives up, on a clock that nobody sets.
 class Deadline {
  public:
+    using Moment = std::chrono::steady_clock::time_point;
+
     /// @param timeoutMs milliseconds from now; 0 and below mean never.
     explicit Deadline(int timeoutMs)
         : unlimited(timeoutMs <= 0),

@@ -163,14 +163,18 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
 /// A receive that blocks, at first perhaps by trying again and again.
 ssize_t PipeChannel::receive(char* buffer, std::size_t length) const {
     if (Spinning::isDue()) {
-        const auto end = calls().now() + Spinning::length();
+        // Most of the time the first try tells, and the clock is not needed.
+        std::optional<Deadline::Moment> end;
         do {
             const ssize_t count = SocketCalls::receiveNow(socket.get(), buffer, length);
             if (count >= 0 || errno != EAGAIN) {
                 Spinning::note(true);
                 return count;
             }
-        } while (!closed.load() && calls().now() < end);
+            if (!end) {
+                end = calls().now() + Spinning::length();
+            }
+        } while (!closed.load() && calls().now() < *end);
         Spinning::note(false);
     }
     return SocketCalls::receive(socket.get(), buffer, length);

@@ -40,7 +40,7 @@ bool hasSeveralProcessors() {
 
 /// What a thread has learned.
 struct Experience {
-    const bool mayRunBesideOthers = hasSeveralProcessors();
+    bool mayRunBesideOthers = hasSeveralProcessors();
     unsigned toLeaveOut = 0;
     unsigned leftOutLast = 0;
 };
@@ -72,6 +72,10 @@ bool isDue() {
 void note(bool found) {
     experience.leftOutLast = found ? 0 : std::clamp(2 * experience.leftOutLast, 1U, MAX_LEFT_OUT);
     experience.toLeaveOut = experience.leftOutLast;
+    if (!found) {
+        // It may have been bound to one meanwhile.
+        experience.mayRunBesideOthers = hasSeveralProcessors();
+    }
 }
 
 std::chrono::microseconds length() {

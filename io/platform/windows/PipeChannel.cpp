@@ -190,7 +190,7 @@ int PipeChannel::giveOut(char* buffer, int length) {
     return static_cast<int>(count);
 }
 
-int PipeChannel::write(const char* buffer, int length, int timeoutMs) {
+int PipeChannel::write(const char* buffer, int length) {
     if (!end.hasEvents()) {
         return writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
     }
@@ -208,7 +208,7 @@ int PipeChannel::write(const char* buffer, int length, int timeoutMs) {
             }
         } else {
             const DWORD error = GetLastError();
-            const int result = error == ERROR_IO_PENDING ? awaitWrite(count, timeoutMs) : beginFailed(error);
+            const int result = error == ERROR_IO_PENDING ? awaitWrite(count) : beginFailed(error);
             if (result != SUCCESS || count == 0) {
                 return result;
             }
@@ -236,13 +236,13 @@ int PipeChannel::beginFailed(DWORD error) {
 ///
 /// @param count the bytes that it moved.
 /// @return SUCCESS, also when it has moved none, or why the write is over.
-int PipeChannel::awaitWrite(DWORD& count, int timeoutMs) {
+int PipeChannel::awaitWrite(DWORD& count) {
     writing.setPending();
     if (closed.load()) {
         // As for a read: a close that came just before the write has not found it.
         writing.cancel(end.pipe.get());
     }
-    const DWORD status = writing.wait(timeoutMs);
+    const DWORD status = writing.wait(WRITE_TIMEOUT_MS);
     if (status != WAIT_OBJECT_0) {
         const DWORD waitError = GetLastError();
         writing.settle(end.pipe.get());
@@ -287,21 +287,17 @@ int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
     if (length <= 0) {
         return SUCCESS;
     }
-    return channel ? channel->write(buffer, length, WRITE_TIMEOUT_MS)
-                   : writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
+    return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
 }
 
 int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece) {
-    // How much of a write is done is not to be seen before it is over. So one that carries several pieces has the
-    // time of all of them, and carries few: else a dead reader would be noticed late.
+    // How much of a write is done is not to be seen before it is over. So one that carries several pieces carries
+    // few: the other end has the time of a single write for them all.
     const std::size_t size = std::max(piece, STRAIGHT_WRITE / piece * piece);
     for (const Block& block : {first, second}) {
         for (std::size_t written = 0; written < block.length; written += size) {
             const std::size_t length = std::min(size, block.length - written);
-            const int pieces = static_cast<int>((length + piece - 1) / piece);
-            const int result =
-                channel ? channel->write(block.data + written, static_cast<int>(length), pieces * WRITE_TIMEOUT_MS)
-                        : writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
+            const int result = writeChannel(channel, block.data + written, static_cast<int>(length));
             if (result != SUCCESS) {
                 return result;
             }

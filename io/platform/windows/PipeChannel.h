@@ -30,7 +30,7 @@ class PipeChannel {
     int read(char* buffer, int length, int timeoutMs);
 
     /// See writeChannel().
-    int write(const char* buffer, int length, int timeoutMs);
+    int write(const char* buffer, int length);
 
     /// See closeChannel().
     void close();
@@ -40,7 +40,7 @@ class PipeChannel {
     int awaitRead(int timeoutMs);
     int giveOut(char* buffer, int length);
     int beginFailed(DWORD error);
-    int awaitWrite(DWORD& count, int timeoutMs);
+    int awaitWrite(DWORD& count);
 
     const PipeEnd end;
     std::atomic<bool> closed{false};

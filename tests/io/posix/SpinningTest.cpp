@@ -120,6 +120,23 @@ TEST_F(SpinningTest, IsOffInAThreadOfOneProcessor) {
     EXPECT_FALSE(isDue);
 }
 
+TEST_F(SpinningTest, EndsInAThreadThatBindsItselfToOneProcessor) {
+    int dueLater = 0;
+    std::thread([&dueLater] {
+        Spinning::setLength(50);
+        static_cast<void>(Spinning::isDue());
+        cpu_set_t first;
+        CPU_ZERO(&first);
+        CPU_SET(static_cast<std::size_t>(sched_getcpu()), &first);
+        ASSERT_EQ(sched_setaffinity(0, sizeof(first), &first), 0);
+        Spinning::note(false);
+        for (int i = 0; i < 10; ++i) {
+            dueLater += Spinning::isDue() ? 1 : 0;
+        }
+    }).join();
+    EXPECT_EQ(dueLater, 0);
+}
+
 TEST(SpinningLength, IsThatOfTheEnvironment) {
     EXPECT_EQ(Spinning::lengthFrom("0"), 0);
     EXPECT_EQ(Spinning::lengthFrom("7"), 7);
