@@ -19,8 +19,6 @@ using Io::IllegalStateException;
 
 namespace {
 
-const std::size_t START_LINE_RESERVE = 160;
-
 std::string reasonOf(int code) {
     // Not [], which would add the code to the table that all threads read.
     const auto found = CvtpMessage::STATUS_REASONS.find(code);
@@ -102,8 +100,7 @@ void CvtpServerResponse::sendError(int code, const std::string& message) {
 
 std::string CvtpServerResponse::getStartLine() {
     std::string line = Version::CURRENT_VERSION.toString();
-    // Also for the headers that will be put behind it.
-    line.reserve(line.size() + reasonPhrase.size() + START_LINE_RESERVE);
+    line.reserve(line.size() + reasonPhrase.size() + CvtpMessageOutImpl::USUAL_HEADERS_SIZE);
     line += ' ';
     line += std::to_string(statusCode);
     line += ' ';

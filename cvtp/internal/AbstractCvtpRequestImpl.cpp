@@ -25,8 +25,6 @@ using Io::IllegalStateException;
 
 namespace {
 
-const std::size_t START_LINE_RESERVE = 160;
-
 /// A stream at its end has not failed: the pipe itself tells the next write that the other end is gone.
 bool hasFailed(const std::ios& stream) {
     return stream.fail() && !stream.eof();
@@ -60,8 +58,7 @@ AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
 std::string AbstractCvtpRequestImpl::getStartLine() {
     const std::string& encoded = encoder.encode(resource);
     std::string line;
-    // Also for the headers that will be put behind it.
-    line.reserve(method.size() + encoded.size() + START_LINE_RESERVE);
+    line.reserve(method.size() + encoded.size() + CvtpMessageOutImpl::USUAL_HEADERS_SIZE);
     line += method;
     line += ' ';
     line += encoded;

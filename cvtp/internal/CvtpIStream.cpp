@@ -1,5 +1,7 @@
 #include "cvtp/internal/CvtpIStream.h"
 
+#include "cvtp/internal/StreamUtil.h"
+
 namespace Corvane {
 namespace Internal {
 namespace Cvtp {
@@ -9,11 +11,7 @@ CvtpIStream::CvtpIStream(IStreamBuffer<char>& decoder) : std::istream(&decoder) 
 }
 
 void CvtpIStream::breakOff(bool isAtEnd) {
-    try {
-        setstate(isAtEnd ? std::ios_base::eofbit | std::ios_base::failbit : std::ios_base::badbit);
-    } catch (const std::ios_base::failure&) {
-        // That is what it does to a stream that throws; the state is set.
-    }
+    StreamUtil::setState(*this, isAtEnd ? eofbit | failbit : badbit);
 }
 
 }  // namespace Cvtp

@@ -25,6 +25,10 @@ namespace Cvtp {
 /// builds the start line.
 class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHeaderWriter {
  public:
+    /// What the headers of most messages take. An owner leaves so much room in its start line, which then need not
+    /// grow. Bytes.
+    static constexpr std::size_t USUAL_HEADERS_SIZE = 160;
+
     /// @param owner not owned; asked for the start line. @param tag TAG_SEND or TAG_REPLY. @param encoder not
     /// owned.
     CvtpMessageOutImpl(Corvane::Cvtp::CvtpMessageOut* owner, const char* tag, Xml::Utf8String* encoder);

@@ -80,11 +80,7 @@ void awaitBytes(std::istream& in, Io::PipeBufferBase<char>& pipe) {
     try {
         isEnd = pipe.sgetc() == std::char_traits<char>::eof();
     } catch (...) {
-        try {
-            in.setstate(std::ios_base::badbit);
-        } catch (const std::ios_base::failure&) {
-            // That is what it does to a stream that throws; the state is set.
-        }
+        StreamUtil::setState(in, std::ios::badbit);
         throw;
     }
     if (isEnd) {
@@ -190,6 +186,14 @@ std::size_t StreamUtil::readToEnd(std::istream& in, char*& data) {
     const std::size_t length = block.size();
     data = block.release();
     return length;
+}
+
+void StreamUtil::setState(std::ios& stream, std::ios::iostate state) {
+    try {
+        stream.setstate(state);
+    } catch (const std::ios::failure&) {
+        // That is what it does to a stream that throws; the state is set.
+    }
 }
 
 void StreamUtil::requireWritable(const std::ostream& out) {

@@ -58,6 +58,9 @@ class StreamUtil {
     /// @return the number of bytes before the NUL. `data` is null after an exception.
     static std::size_t readToEnd(std::istream& in, char*& data);
 
+    /// Gives a stream a state as an exception of its buffer would: without throwing, whatever its mask is.
+    static void setState(std::ios& stream, std::ios::iostate state);
+
     /// A stream that has failed takes bytes without a word, or throws something of its own, depending on the
     /// standard library. Called before and after a write, this makes it one exception.
     ///

@@ -47,30 +47,30 @@ class ConfigTest : public ::testing::Test {
 class FileVariable {
  public:
     FileVariable() { unset(); }
-    explicit FileVariable(const std::string& path) {
-        // The systems have no common way to do this.
-#ifdef _WIN32
-        ::_putenv_s(NAME, path.c_str());
-#else
-        ::setenv(NAME, path.c_str(), 1);
-#endif
-    }
-    ~FileVariable() {
-        unset();
-    }
+    explicit FileVariable(const std::string& path) { set(path.c_str()); }
+    ~FileVariable() { unset(); }
     FileVariable(const FileVariable&) = delete;
     FileVariable& operator=(const FileVariable&) = delete;
 
  private:
     static constexpr const char* NAME = "CvtpConfigurationFile";
 
-    static void unset() {
+    // The systems have no common way to do this.
 #ifdef _WIN32
-        ::_putenv_s(NAME, "");
-#else
-        ::unsetenv(NAME);
-#endif
+    static void set(const char* path) {
+        ::_putenv_s(NAME, path);
     }
+    static void unset() {
+        set("");
+    }
+#else
+    static void set(const char* path) {
+        ::setenv(NAME, path, 1);
+    }
+    static void unset() {
+        ::unsetenv(NAME);
+    }
+#endif
 };
 
 }  // namespace Testing

@@ -99,8 +99,8 @@ TEST_F(CvtpConfigTest, LogsThatTheFileIsMissing) {
     EXPECT_EQ(run(0, {"get"}), Texts{"not loaded"});
 }
 
+// On Windows an empty variable is none.
 #ifndef _WIN32
-// There an empty variable is none.
 TEST_F(CvtpConfigTest, TakesAnEmptyVariableForAPath) {
     write("CvtpConfig.xml", entries());
     const FileVariable variable("");

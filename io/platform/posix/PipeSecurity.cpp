@@ -5,12 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <vector>
 
 #include "cvtp/internal/Logging.h"
-#include "io/platform/PipePlatform.h"
+#include "io/platform/AccessSettings.h"
 #include "io/platform/posix/FileDescriptor.h"
 #include "io/platform/posix/SystemCalls.h"
 
@@ -35,34 +34,6 @@ std::mutex mutex;
 
 /// What all pipes of the process get; none until a pipe could be given it, then never changed.
 std::optional<PipeAccess> common;
-
-struct Settings {
-    bool groupHasAccess = false;
-    std::string group;
-
-    bool areDefault() const { return !groupHasAccess && group.empty(); }
-};
-
-std::string fromEnvironment(const char* variable) {
-    return environmentVariable(variable).value_or(std::string());
-}
-
-char toLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// Only the word counts; "1" is false, deliberately.
-bool isTrue(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), toLower);
-    return text == "true";
-}
-
-Settings readSettings() {
-    Settings settings;
-    settings.groupHasAccess = isTrue(fromEnvironment("CV_PIPE_SET_GROUP_PERMISSION"));
-    settings.group = fromEnvironment("CV_PIPE_OWNER_GROUP");
-    return settings;
-}
 
 /// The texts name calls of another system, deliberately: who searches logs for them finds the step that failed on
 /// every system.
@@ -93,14 +64,14 @@ std::optional<gid_t> lookUpGroup(const std::string& name) {
     }
 }
 
-std::optional<gid_t> findGroup(const Settings& settings) {
+std::optional<gid_t> findGroup(const AccessSettings& settings) {
     if (!settings.group.empty()) {
         return lookUpGroup(settings.group);
     }
     return settings.groupHasAccess ? std::optional<gid_t>(::getegid()) : std::nullopt;
 }
 
-PipeAccess buildAccess(const Settings& settings) {
+PipeAccess buildAccess(const AccessSettings& settings) {
     PipeAccess access;
     access.group = findGroup(settings);
     access.mode = settings.groupHasAccess && access.group ? USER_AND_GROUP : USER_ALONE;
@@ -155,7 +126,7 @@ PipeSecurity::PipeSecurity() : building(mutex) {
         building.unlock();
         return;
     }
-    const Settings settings = readSettings();
+    const AccessSettings settings = readAccessSettings();
     if (settings.areDefault()) {
         building.unlock();
         return;
