@@ -9,7 +9,6 @@
 #include "cvtp/internal/TraceTags.h"
 #include "io/Exceptions.h"
 #include "support/StringUtils.h"
-#include "support/Utf8String.h"
 
 namespace Corvane {
 namespace Cvtp {
@@ -39,9 +38,9 @@ int parseStatusCode(const std::string& text) {
 CvtpResponse::CvtpResponse() = default;
 
 CvtpResponse::CvtpResponse(CvtpClient* client, std::istream* in)
-    : client(client), encoder(std::make_unique<Xml::Utf8String>()) {
-    message = std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_RECEIVE, encoder.get(),
-                                                  client->getIntegerOption(CvtpClient::BUFFER_SIZE));
+    : client(client),
+      message(std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_RECEIVE, &encoder,
+                                                  client->getIntegerOption(CvtpClient::BUFFER_SIZE))) {
     reader = message.get();
 }
 
@@ -78,6 +77,10 @@ Version CvtpResponse::getCvtpVersion() {
     } catch (const Io::CvPipeException&) {
         return Version::CURRENT_VERSION;
     }
+}
+
+void CvtpResponse::readHead() {
+    static_cast<void>(message->receivedStartLine());
 }
 
 std::string CvtpResponse::getStartLine() {

@@ -8,12 +8,9 @@
 
 #include "cvtp/CvtpMessageIn.h"
 #include "cvtp/Version.h"
+#include "support/Utf8String.h"
 
 namespace Corvane {
-
-namespace Xml {
-class Utf8String;
-}
 
 namespace Internal {
 namespace Cvtp {
@@ -62,11 +59,15 @@ class CVTP_EXPORT CvtpResponse : public CvtpMessageIn {
     std::istream* getBodyStream() override;
 
  private:
+    /// A request hands its answer out when the head has been read.
+    friend class TwoWayRequest;
+
     CvtpResponse();
+    void readHead();
 
     CvtpClient* client = nullptr;
     std::unique_ptr<Internal::Cvtp::CvtpMessageInImpl> message;
-    std::unique_ptr<Xml::Utf8String> encoder;
+    Xml::Utf8String encoder;
 };
 
 }  // namespace Cvtp

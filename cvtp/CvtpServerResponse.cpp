@@ -1,7 +1,10 @@
 #include "cvtp/CvtpServerResponse.h"
 
+#include <charconv>
+#include <limits>
+#include <string_view>
+
 #include "cvtp/CvtpServer.h"
-#include "cvtp/Version.h"
 #include "cvtp/internal/CvtpMessageOutImpl.h"
 #include "cvtp/internal/CvtpOStream.h"
 #include "cvtp/internal/LogAndThrow.h"
@@ -34,7 +37,7 @@ CvtpServerResponse::CvtpServerResponse(CvtpServer* server, std::ostream* out, Xm
       outputStream(out),
       writer(std::make_unique<CvtpMessageOutImpl>(this, Internal::Cvtp::TAG_REPLY, scratch)),
       bufferSize(server->getIntegerOption(CvtpServer::BUFFER_SIZE)) {
-    writer->setHeader(HEADER_SERVER, server->getStringOption(CvtpServer::SERVER_NAME));
+    writer->setProgram(HEADER_SERVER, server->getStringOption(CvtpServer::SERVER_NAME));
 }
 
 CvtpServerResponse::~CvtpServerResponse() {
@@ -81,8 +84,7 @@ void CvtpServerResponse::send() {
     }
     if (hasBody) {
         bodyBegun = true;
-        Internal::Cvtp::CVTP_OBufferWriter body(bufferSize, false, *outputStream, nullptr);
-        writer->writeHeadAndBody(*outputStream, body);
+        writer->writeHeadAndBody(*outputStream, bufferSize);
     } else {
         bodyStream->send();
     }
@@ -99,14 +101,12 @@ void CvtpServerResponse::sendError(int code, const std::string& message) {
 }
 
 std::string CvtpServerResponse::getStartLine() {
-    std::string line = Version::CURRENT_VERSION.toString();
-    line.reserve(line.size() + reasonPhrase.size() + CvtpMessageOutImpl::USUAL_HEADERS_SIZE);
-    line += ' ';
-    line += std::to_string(statusCode);
-    line += ' ';
+    char code[std::numeric_limits<std::int32_t>::digits10 + 2];
+    const char* const end = std::to_chars(code, code + sizeof code, statusCode).ptr;
     std::string memory;
-    line += StringUtils::onOneLine(reasonPhrase, memory);
-    return line;
+    return StringUtils::joined({CvtpMessageOutImpl::versionText(), " ",
+                                std::string_view(code, static_cast<std::size_t>(end - code)), " ",
+                                StringUtils::onOneLine(reasonPhrase, memory)});
 }
 
 void CvtpServerResponse::addHeader(const std::string& name, const std::string& value) {

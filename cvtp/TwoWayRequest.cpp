@@ -16,8 +16,7 @@ TwoWayRequest::~TwoWayRequest() = default;
 
 CvtpResponse* TwoWayRequest::execute() {
     std::unique_ptr<CvtpResponse> response = impl->sendRequest();
-    // Waits for the head of the answer; the line itself is the caller's to ask for.
-    response->getStartLine();
+    response->readHead();
     return response.release();
 }
 

@@ -96,6 +96,13 @@ std::streamsize PipeBufferBase<CharT, Traits>::room() const {
 }
 
 template <class CharT, class Traits>
+CharT* PipeBufferBase<CharT, Traits>::claim(std::size_t n) {
+    CharT* const place = this->pptr();
+    this->pbump(static_cast<int>(n));
+    return place;
+}
+
+template <class CharT, class Traits>
 void PipeBufferBase<CharT, Traits>::requireInput() const {
     if (!isInput) {
         throw CvPipeException("Illegal operation: reading from output stream.");

@@ -46,6 +46,10 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     /// How many more bytes it takes before it has to write to the pipe; 0 without a buffer, and for input.
     std::streamsize room() const;
 
+    /// Takes `n` bytes, which the caller then puts where this points to, before it does anything else with the
+    /// buffer. `n` is at most room().
+    CharT* claim(std::size_t n);
+
     /// Reads at least one byte and at most `n`, and waits only when none is there; many are read straight into
     /// `s`.
     ///

@@ -7,8 +7,10 @@ namespace StringUtils {
 
 namespace {
 
+constexpr CharacterSet LINE_ENDS{std::string_view("\r\n\0", 3)};
+
 bool endsLine(char c) {
-    return c == '\r' || c == '\n' || c == '\0';
+    return LINE_ENDS.contains(c);
 }
 
 }  // namespace
@@ -16,21 +18,7 @@ bool endsLine(char c) {
 const char* const WHITE_SPACE = " \t\r\n\v\f";
 
 std::string trim(const std::string& text, const char* characters) {
-    return std::string(trimmed(text, characters));
-}
-
-std::string_view trimmed(std::string_view text, std::string_view characters) {
-    // Not the searches of the library: one call of theirs for each character costs more than all of this.
-    const auto isCut = [characters](char c) {
-        return std::any_of(characters.begin(), characters.end(), [c](char cut) { return cut == c; });
-    };
-    while (!text.empty() && isCut(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isCut(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
+    return std::string(trimmed(text, CharacterSet(characters)));
 }
 
 std::string onOneLine(const std::string& text) {
@@ -50,6 +38,19 @@ std::string_view onOneLine(std::string_view text, std::string& memory) {
 
 void putOnOneLine(std::string& text) {
     std::replace_if(text.begin(), text.end(), endsLine, ' ');
+}
+
+std::string joined(std::initializer_list<std::string_view> pieces) {
+    std::string::size_type size = 0;
+    for (const std::string_view piece : pieces) {
+        size += piece.size();
+    }
+    std::string text(size, '\0');
+    char* place = text.data();
+    for (const std::string_view piece : pieces) {
+        place = std::copy(piece.begin(), piece.end(), place);
+    }
+    return text;
 }
 
 }  // namespace StringUtils

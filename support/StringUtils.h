@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -9,11 +11,38 @@ namespace StringUtils {
 /// The white space that trim() removes: blank, tab, CR, LF, vertical tab and form feed.
 extern const char* const WHITE_SPACE;
 
+/// Some characters, of which each text is asked for in one look: the searches of the library cost a call for each
+/// character.
+class CharacterSet {
+ public:
+    constexpr explicit CharacterSet(std::string_view characters) {
+        for (const char c : characters) {
+            members[static_cast<unsigned char>(c)] = true;
+        }
+    }
+
+    constexpr bool contains(char c) const { return members[static_cast<unsigned char>(c)]; }
+
+ private:
+    std::array<bool, 256> members{};
+};
+
+/// The same as WHITE_SPACE.
+inline constexpr CharacterSet WHITE_SPACE_SET{" \t\r\n\v\f"};
+
 /// A copy of `text` without the characters of `characters` at its two ends.
 std::string trim(const std::string& text, const char* characters = WHITE_SPACE);
 
-/// The part of `text` between the characters of `characters` at its two ends.
-std::string_view trimmed(std::string_view text, std::string_view characters);
+/// The part of `text` between the characters of `cut` at its two ends.
+constexpr std::string_view trimmed(std::string_view text, const CharacterSet& cut) {
+    while (!text.empty() && cut.contains(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && cut.contains(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
 
 /// A copy of `text` in which each CR, LF and NUL became one blank, so that it cannot end the line it stands in.
 std::string onOneLine(const std::string& text);
@@ -23,6 +52,9 @@ std::string_view onOneLine(std::string_view text, std::string& memory);
 
 /// The same in place.
 void putOnOneLine(std::string& text);
+
+/// The pieces, one behind the other.
+std::string joined(std::initializer_list<std::string_view> pieces);
 
 }  // namespace StringUtils
 }  // namespace Corvane

@@ -5,12 +5,12 @@
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpConnectionManager.h"
 #include "cvtp/CvtpResponse.h"
-#include "cvtp/Version.h"
 #include "cvtp/internal/CvtpOStream.h"
 #include "cvtp/internal/LogAndThrow.h"
 #include "cvtp/internal/TraceTags.h"
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
+#include "support/StringUtils.h"
 
 namespace Corvane {
 namespace Internal {
@@ -18,7 +18,6 @@ namespace Cvtp {
 
 using Corvane::Cvtp::CvtpClient;
 using Corvane::Cvtp::CvtpResponse;
-using Corvane::Cvtp::Version;
 using Io::BrokenPipeException;
 using Io::CvPipeException;
 using Io::IllegalStateException;
@@ -41,7 +40,7 @@ AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, cons
       resource(resource),
       mode(mode),
       message(this, TAG_SEND, &encoder) {
-    message.addHeader(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
+    message.setProgram(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
 }
 
 AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
@@ -56,15 +55,7 @@ AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
 }
 
 std::string AbstractCvtpRequestImpl::getStartLine() {
-    const std::string& encoded = encoder.encode(resource);
-    std::string line;
-    line.reserve(method.size() + encoded.size() + CvtpMessageOutImpl::USUAL_HEADERS_SIZE);
-    line += method;
-    line += ' ';
-    line += encoded;
-    line += ' ';
-    line += Version::CURRENT_VERSION.toString();
-    return line;
+    return StringUtils::joined({method, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
 }
 
 void AbstractCvtpRequestImpl::addHeader(const std::string& name, const std::string& value) {
@@ -155,8 +146,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
         copyBodyStream();
         bodyOut->send();
     } else {
-        CVTP_OBufferWriter writer(bufferSize, false, *out, nullptr);
-        message.writeHeadAndBody(*out, writer);
+        message.writeHeadAndBody(*out, bufferSize);
     }
     return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
 }

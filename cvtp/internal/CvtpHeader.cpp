@@ -2,33 +2,27 @@
 
 #include <algorithm>
 
-#include "support/StringUtils.h"
-
 namespace Corvane {
 namespace Internal {
 namespace Cvtp {
 
-namespace {
+using StringUtils::trimmed;
+using StringUtils::WHITE_SPACE_SET;
 
-const char* const HEADER_BLANKS = " \t\r\n";
-
-}  // namespace
-
-CvtpHeader::CvtpHeader(std::string_view name, std::string_view value)
-    : name(StringUtils::trimmed(name, StringUtils::WHITE_SPACE)) {
+CvtpHeader::CvtpHeader(std::string_view name, std::string_view value) : name(trimmed(name, WHITE_SPACE_SET)) {
     addValues(value);
 }
 
 void CvtpHeader::setName(std::string_view newName) {
-    const bool bare = StringUtils::trimmed(newName, HEADER_BLANKS).size() == newName.size();
-    name = bare ? newName : StringUtils::trimmed(newName, StringUtils::WHITE_SPACE);
+    const bool bare = trimmed(newName, HEADER_BLANKS).size() == newName.size();
+    name = bare ? newName : trimmed(newName, WHITE_SPACE_SET);
 }
 
 void CvtpHeader::addValues(std::string_view value) {
     std::string_view::size_type begin = 0;
     while (begin < value.size()) {
         const std::string_view::size_type end = std::min(value.find(',', begin), value.size());
-        const std::string_view one = StringUtils::trimmed(value.substr(begin, end - begin), HEADER_BLANKS);
+        const std::string_view one = trimmed(value.substr(begin, end - begin), HEADER_BLANKS);
         if (!one.empty() && !values.empty()) {
             values += ',';
         }
@@ -40,10 +34,6 @@ void CvtpHeader::addValues(std::string_view value) {
 void CvtpHeader::setValues(std::string_view value) {
     values.clear();
     addValues(value);
-}
-
-const std::string& CvtpHeader::getName() const {
-    return name;
 }
 
 std::string CvtpHeader::getValue() const {
@@ -61,8 +51,14 @@ std::vector<std::string> CvtpHeader::getValues() const {
     return result;
 }
 
-const std::string& CvtpHeader::getJoined() const {
-    return values;
+std::string_view CvtpHeader::firstValueIn(std::string_view text) {
+    std::string_view first;
+    while (first.empty() && !text.empty()) {
+        const std::string_view::size_type end = std::min(text.find(','), text.size());
+        first = trimmed(text.substr(0, end), HEADER_BLANKS);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return first;
 }
 
 }  // namespace Cvtp

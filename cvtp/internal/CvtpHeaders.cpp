@@ -23,7 +23,7 @@ char upper(char c) {
 }
 
 std::string keyOf(std::string_view name) {
-    const std::string_view bare = StringUtils::trimmed(name, " \t\r\n");
+    const std::string_view bare = StringUtils::trimmed(name, HEADER_BLANKS);
     std::string key(bare.size(), '\0');
     std::transform(bare.begin(), bare.end(), key.begin(), upper);
     return key;
@@ -54,12 +54,22 @@ void CvtpHeaders::remove(std::string_view name) {
     headers.erase(keyOf(name));
 }
 
-std::string CvtpHeaders::get(const std::string& name) const {
+std::string_view CvtpHeaders::getFirst(std::string_view name) const {
     const auto found = headers.find(keyOf(name));
-    return found == headers.end() ? std::string() : found->second.getValue();
+    return found == headers.end() ? std::string_view() : CvtpHeader::firstValueIn(found->second.getJoined());
 }
 
-std::vector<std::string> CvtpHeaders::getAll(const std::string& name) const {
+std::string CvtpHeaders::get(std::string_view name) const {
+    return std::string(getFirst(name));
+}
+
+bool CvtpHeaders::isSameName(std::string_view a, std::string_view b) {
+    a = StringUtils::trimmed(a, HEADER_BLANKS);
+    b = StringUtils::trimmed(b, HEADER_BLANKS);
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return upper(x) == upper(y); });
+}
+
+std::vector<std::string> CvtpHeaders::getAll(std::string_view name) const {
     const auto found = headers.find(keyOf(name));
     return found == headers.end() ? std::vector<std::string>() : found->second.getValues();
 }

@@ -29,11 +29,16 @@ class CvtpHeaders {
     void set(std::string_view name, std::string_view value);
     void remove(std::string_view name);
 
-    /// The first value, or "".
-    std::string get(const std::string& name) const;
-    std::vector<std::string> getAll(const std::string& name) const;
+    /// The first value, or "". Holds until the headers change.
+    std::string_view getFirst(std::string_view name) const;
+    /// The same as a text of its own.
+    std::string get(std::string_view name) const;
+    std::vector<std::string> getAll(std::string_view name) const;
     /// The names as shown.
     std::vector<std::string> names() const;
+
+    /// Whether both name the same header.
+    static bool isSameName(std::string_view a, std::string_view b);
 
     Map::const_iterator begin() const { return headers.begin(); }
     Map::const_iterator end() const { return headers.end(); }

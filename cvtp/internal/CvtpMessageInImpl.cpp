@@ -27,17 +27,6 @@ const int CODE_NO_HEAD = 1013;
     throw Io::CvPipeException(message, code);
 }
 
-/// The name of a header and its value, without the blanks around it; the name is the whole line when there is no
-/// colon. Both stand in the line.
-struct HeaderLine {
-    explicit HeaderLine(std::string_view line)
-        : name(line.substr(0, line.find(':'))),
-          value(StringUtils::trimmed(line.substr(std::min(name.size() + 1, line.size())), " \t")) {}
-
-    std::string_view name;
-    std::string_view value;
-};
-
 bool isContinuation(std::string_view line) {
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
@@ -46,13 +35,13 @@ void appendContinuation(std::string& value, const std::string& line) {
     if (!value.empty()) {
         value += ' ';
     }
-    value += StringUtils::trimmed(line, StringUtils::WHITE_SPACE);
+    value += StringUtils::trimmed(line, StringUtils::WHITE_SPACE_SET);
 }
 
 }  // namespace
 
 CvtpMessageInImpl::CvtpMessageInImpl(std::istream* in, const char* tag, Xml::Utf8String* decoder, int bufferSize)
-    : in(in), tag(tag), decoder(decoder), bufferSize(bufferSize) {
+    : in(in), tag(tag), encoding(decoder), bufferSize(bufferSize) {
     reader = this;
 }
 
@@ -64,15 +53,15 @@ std::string CvtpMessageInImpl::getStartLine() {
 }
 
 std::string CvtpMessageInImpl::getHeader(const std::string& name) const {
-    return headers.get(name);
+    return headers.all().get(name);
 }
 
 std::vector<std::string> CvtpMessageInImpl::getHeaders(const std::string& name) const {
-    return headers.getAll(name);
+    return headers.all().getAll(name);
 }
 
 std::vector<std::string> CvtpMessageInImpl::getHeaderNames() const {
-    return headers.names();
+    return headers.all().names();
 }
 
 const std::string& CvtpMessageInImpl::receivedStartLine() {
@@ -85,24 +74,42 @@ void CvtpMessageInImpl::getBody(char*& data, std::size_t& length) {
     length = 0;
     readHead();
     requireBody();
-    if (isChunked) {
+    if (framing == Framing::CHUNKED) {
         length = StreamUtil::readToEnd(stream(), data);
-    } else {
-        readCountedBody(data, bodyLength);
-        length = bodyLength > 0 ? static_cast<std::size_t>(bodyLength) : 0;
+        return;
     }
+    if (!takeBodyAhead(data)) {
+        readCountedBody(data);
+    }
+    length = bodyLength > 0 ? static_cast<std::size_t>(bodyLength) : 0;
+}
+
+/// Takes a body that has arrived as a whole, and that nobody watches, without its decoder.
+bool CvtpMessageInImpl::takeBodyAhead(char*& data) {
+    if (isBodyTaken || bodyDecoder || bodyLength <= 0 || isInputTraced() || isDebug()) {
+        return false;
+    }
+    StreamUtil::PipeBuffer* const pipe = StreamUtil::pipeBufferOf(*in);
+    if (pipe == nullptr || pipe->ahead().size() < static_cast<std::uint64_t>(bodyLength)) {
+        return false;
+    }
+    const std::size_t length = static_cast<std::size_t>(bodyLength);
+    data = StreamUtil::copyOf(pipe->ahead().substr(0, length));
+    pipe->skip(length);
+    isBodyTaken = true;
+    return true;
 }
 
 /// From the decoder while nobody has the stream. A failure leaves the stream as if it had been read from.
-void CvtpMessageInImpl::readCountedBody(char*& data, std::int64_t length) {
+void CvtpMessageInImpl::readCountedBody(char*& data) {
     if (bodyStream) {
-        StreamUtil::readLength(*bodyStream, data, length);
+        StreamUtil::readLength(*bodyStream, data, bodyLength);
         return;
     }
     try {
-        StreamUtil::readLength(*bodyDecoder, data, length);
+        StreamUtil::readLength(decoder(), data, bodyLength);
     } catch (...) {
-        stream().breakOff(bodyDecoder->isAtEnd());
+        stream().breakOff(decoder().isAtEnd());
         throw;
     }
 }
@@ -115,9 +122,21 @@ std::istream* CvtpMessageInImpl::getBodyStream() {
 
 CvtpIStream& CvtpMessageInImpl::stream() {
     if (!bodyStream) {
-        bodyStream = std::make_unique<CvtpIStream>(*bodyDecoder);
+        bodyStream = std::make_unique<CvtpIStream>(decoder());
     }
     return *bodyStream;
+}
+
+IStreamBuffer<char>& CvtpMessageInImpl::decoder() {
+    if (!bodyDecoder && framing == Framing::CHUNKED) {
+        bodyDecoder.emplace(*in, bufferSize);
+    } else if (!bodyDecoder) {
+        bodyDecoder.emplace(*in, bodyLength, bufferSize);
+        if (isBodyTaken) {
+            bodyDecoder->skipAll();
+        }
+    }
+    return *bodyDecoder;
 }
 
 void CvtpMessageInImpl::awaitStartLine() {
@@ -125,11 +144,9 @@ void CvtpMessageInImpl::awaitStartLine() {
         return;
     }
     startLineTried = true;
-    std::string line;
-    while (line.empty()) {
-        StreamUtil::readLine(*in, line);
+    while (startLine.empty()) {
+        StreamUtil::readLine(*in, startLine);
     }
-    startLine = std::move(line);
     if (isInputTraced()) {
         traceInput(std::string(tag) + startLine, true);
     }
@@ -143,7 +160,10 @@ bool CvtpMessageInImpl::hasStartLine() const {
 }
 
 bool CvtpMessageInImpl::isWholeBodyRead() const {
-    return bodyDecoder && bodyDecoder->isComplete();
+    if (bodyDecoder) {
+        return bodyDecoder->isComplete();
+    }
+    return framing == Framing::COUNTED && (isBodyTaken || bodyLength <= 0);
 }
 
 void CvtpMessageInImpl::readHead() {
@@ -153,34 +173,32 @@ void CvtpMessageInImpl::readHead() {
     }
     headersTried = true;
     readHeaders();
-    createDecoder();
+    findFraming();
 }
 
-/// Adds what has arrived already, straight from the buffer of the pipe, as far as that is easy.
-///
-/// @return whether that was all of the headers.
+/// Takes the headers straight from the buffer of the pipe, if all have arrived and none is continued in a further
+/// line.
 bool CvtpMessageInImpl::readHeadersAhead() {
     StreamUtil::PipeBuffer* const pipe = StreamUtil::pipeBufferOf(*in);
     // The trace shows lines as they are read.
     if (pipe == nullptr || isInputTraced()) {
         return false;
     }
+    std::size_t size = 0;
     auto line = StreamUtil::lookAhead(*pipe);
     while (line && !line->text.empty()) {
-        // A header counts when the line behind it has come, which may continue it.
-        const auto next = StreamUtil::lookAhead(*pipe, line->size);
-        if (!next || isContinuation(next->text)) {
+        size += line->size;
+        line = StreamUtil::lookAhead(*pipe, size);
+        if (line && isContinuation(line->text)) {
             return false;
         }
-        const HeaderLine header(line->text);
-        headers.add(header.name, header.value);
-        pipe->skip(line->size);
-        line = next;
     }
-    if (line) {
-        pipe->skip(line->size);
+    if (!line) {
+        return false;
     }
-    return line.has_value();
+    headers.keep(pipe->ahead().substr(0, size));
+    pipe->skip(size + line->size);
+    return true;
 }
 
 void CvtpMessageInImpl::readHeaders() {
@@ -213,14 +231,13 @@ void CvtpMessageInImpl::readHeaderLine(std::string& line) const {
     }
 }
 
-void CvtpMessageInImpl::createDecoder() {
-    const std::string contentLength = headers.get(HEADER_CONTENT_LENGTH);
+void CvtpMessageInImpl::findFraming() {
+    const std::string_view contentLength = headers.firstValue(HEADER_CONTENT_LENGTH);
     if (!contentLength.empty()) {
         bodyLength = parseContentLength(contentLength);
-        bodyDecoder.emplace(*in, bodyLength, bufferSize);
-    } else if (headers.get(HEADER_TRANSFER_ENCODING) == HEADER_CHUNKED_ENCODING) {
-        isChunked = true;
-        bodyDecoder.emplace(*in, bufferSize);
+        framing = Framing::COUNTED;
+    } else if (headers.firstValue(HEADER_TRANSFER_ENCODING) == HEADER_CHUNKED_ENCODING) {
+        framing = Framing::CHUNKED;
     } else {
         fail("The CVTP Message does not have a Content-Length or Transfer-Encoding header", CODE_NO_FRAMING);
     }
@@ -237,7 +254,7 @@ std::string CvtpMessageInImpl::placeholder() const {
 }
 
 void CvtpMessageInImpl::requireBody() const {
-    if (!bodyDecoder) {
+    if (framing == Framing::UNKNOWN) {
         fail("Failed to read the message start line and headers, and do not have body of the message.",
              CODE_NO_HEAD);
     }

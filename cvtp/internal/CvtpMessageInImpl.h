@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "cvtp/CvtpMessageIn.h"
-#include "cvtp/internal/CvtpHeaders.h"
 #include "cvtp/internal/IStreamBuffer.h"
+#include "cvtp/internal/ReceivedHeaders.h"
 
 namespace Corvane {
 
@@ -60,24 +60,30 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
     bool readHeadersAhead();
     void readHeaders();
     void readHeaderLine(std::string& line) const;
-    void createDecoder();
+    void findFraming();
     std::string placeholder() const;
     void requireBody() const;
+    IStreamBuffer<char>& decoder();
     CvtpIStream& stream();
-    void readCountedBody(char*& data, std::int64_t length);
+    bool takeBodyAhead(char*& data);
+    void readCountedBody(char*& data);
 
     std::istream* in;
     const std::string_view tag;
     std::string startLine;
-    CvtpHeaders headers;
-    /// How the body is framed: its declared length, or chunks.
+    ReceivedHeaders headers;
+    /// How the body is framed; not known until the head was read.
+    enum class Framing { UNKNOWN, COUNTED, CHUNKED };
+    Framing framing = Framing::UNKNOWN;
+    /// The declared length of a counted body.
     std::int64_t bodyLength = 0;
-    bool isChunked = false;
+    /// A counted body had arrived when it was asked for, and was taken from the buffer of the pipe.
+    bool isBodyTaken = false;
+    /// Both are made when they are needed: most bodies are small, and are taken as a whole.
     std::optional<IStreamBuffer<char>> bodyDecoder;
-    /// Made when somebody asks for it: most bodies are read as a whole.
     std::unique_ptr<CvtpIStream> bodyStream;
     /// Header values are taken as they are, since text is UTF-8 on both sides of it.
-    [[maybe_unused]] Xml::Utf8String* decoder;
+    [[maybe_unused]] Xml::Utf8String* encoding;
     int bufferSize;
     /// What was tried once is not tried again, whether it failed or not: after a failure nobody knows where in the
     /// message the stream stands.

@@ -4,6 +4,8 @@
 #include <limits>
 #include <new>
 
+#include "cvtp/Version.h"
+#include "cvtp/internal/CVTP_OBufferWriter.h"
 #include "cvtp/internal/LogAndThrow.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/StreamUtil.h"
@@ -20,10 +22,19 @@ namespace {
 /// With its CR LF.
 const std::size_t MAX_HEADER_LINE = 2048;
 
+constexpr std::string_view LINE_END = "\r\n";
+constexpr std::string_view NAME_END = ": ";
+
 /// How many bytes `out` takes before anything leaves it, -1 when it is not the stream of a pipe.
 std::streamsize roomOf(const std::ostream& out) {
     const auto* const buffer = Io::PipeBufferBase<char>::from(out.rdbuf());
     return buffer == nullptr ? -1 : buffer->room();
+}
+
+/// @return where the next text belongs.
+char* put(char* place, std::string_view text) {
+    std::memcpy(place, text.data(), text.size());
+    return place + text.size();
 }
 
 }  // namespace
@@ -31,6 +42,11 @@ std::streamsize roomOf(const std::ostream& out) {
 CvtpMessageOutImpl::CvtpMessageOutImpl(Corvane::Cvtp::CvtpMessageOut* owner, const char* tag,
                                        Xml::Utf8String* encoder)
     : owner(owner), tag(tag), encoder(encoder) {}
+
+void CvtpMessageOutImpl::setProgram(const std::string& name, const std::string& value) {
+    std::string memory;
+    headers.setProgram(name, StringUtils::onOneLine(value, memory));
+}
 
 std::string CvtpMessageOutImpl::getStartLine() {
     return owner->getStartLine();
@@ -54,7 +70,7 @@ void CvtpMessageOutImpl::removeHeader(const std::string& name) {
 
 void CvtpMessageOutImpl::setBody(const char* data, std::size_t length) {
     // Appended, not replaced, on purpose: a second call leaves both lengths in the header.
-    addHeader(HEADER_CONTENT_LENGTH, std::to_string(length));
+    headers.addLength(length);
     body.reset(length < std::numeric_limits<std::size_t>::max() ? static_cast<char*>(std::malloc(length + 1))
                                                                 : nullptr);
     if (!body) {
@@ -81,12 +97,6 @@ void CvtpMessageOutImpl::writeBody(std::ostream& out) const {
     }
 }
 
-void CvtpMessageOutImpl::writeBody(OWriter& writer) const {
-    if (bodyLength > 0) {
-        writer.write(body.get(), static_cast<std::size_t>(bodyLength));
-    }
-}
-
 void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     if (committed) {
         return;
@@ -96,40 +106,93 @@ void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     commit(out, head);
 }
 
-void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, OWriter& body) {
-    const std::string head = composeHead();
-    writeHead(out, head);
-    if (getBodyLength() <= roomOf(out)) {
-        writeBody(body);
-        commit(out, head);
-    } else {
-        commit(out, head);
-        writeBody(body);
+void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
+    const std::string startLine = composeStartLine();
+    const std::size_t headSize = measureHead(startLine);
+    if (writeInOnePiece(out, startLine, headSize)) {
+        return;
     }
-    body.close();
+    std::string head(headSize, '\0');
+    composeHead(startLine, head.data());
+    CVTP_OBufferWriter writer(bufferSize, false, out, nullptr);
+    writeHead(out, head);
+    const bool together = getBodyLength() <= roomOf(out);
+    if (!together) {
+        commit(out, head);
+    }
+    if (bodyLength > 0) {
+        writer.write(body.get(), static_cast<std::size_t>(bodyLength));
+    }
+    if (together) {
+        commit(out, head);
+    }
+    writer.close();
+}
+
+/// Most messages fit into the buffer of their pipe, and nobody watches them: head and body are composed there, and
+/// the pipe is told to send them.
+///
+/// @return false when this is another message; nothing has been done then.
+bool CvtpMessageOutImpl::writeInOnePiece(std::ostream& out, std::string_view startLine, std::size_t headSize) {
+    auto* const buffer = out.good() ? Io::PipeBufferBase<char>::from(out.rdbuf()) : nullptr;
+    const std::uint64_t size = headSize + bodyLength;
+    if (buffer == nullptr || size > static_cast<std::uint64_t>(buffer->room()) || isDebug() || isOutputTraced()) {
+        return false;
+    }
+    composeHead(startLine, buffer->claim(headSize));
+    if (bodyLength > 0) {
+        const std::size_t length = static_cast<std::size_t>(bodyLength);
+        put(buffer->claim(length), {body.get(), length});
+    }
+    try {
+        buffer->pubsync();
+    } catch (...) {
+        StreamUtil::setState(out, std::ios::badbit);
+        throw;
+    }
+    committed = true;
+    return true;
+}
+
+const std::string& CvtpMessageOutImpl::versionText() {
+    static const std::string text = Corvane::Cvtp::Version::CURRENT_VERSION.toString();
+    return text;
+}
+
+std::string CvtpMessageOutImpl::composeStartLine() const {
+    std::string line = owner->getStartLine();
+    StringUtils::putOnOneLine(line);
+    return line;
+}
+
+/// @return the size of the whole head. @throws Io::IllegalStateException a header line is too long.
+std::size_t CvtpMessageOutImpl::measureHead(std::string_view startLine) const {
+    std::size_t size = startLine.size() + 2 * LINE_END.size();
+    headers.forEach([&size](std::string_view name, std::string_view values) {
+        const std::size_t line = name.size() + NAME_END.size() + values.size() + LINE_END.size();
+        if (line > MAX_HEADER_LINE) {
+            logAndThrow<Io::IllegalStateException>("The header " + std::string(name) +
+                                                   " exceeded the 2048 byte limit.");
+        }
+        size += line;
+    });
+    return size;
+}
+
+/// @param head has the size that was measured.
+void CvtpMessageOutImpl::composeHead(std::string_view startLine, char* head) const {
+    char* place = put(put(head, startLine), LINE_END);
+    headers.forEach([&place](std::string_view name, std::string_view values) {
+        place = put(put(put(put(place, name), NAME_END), values), LINE_END);
+    });
+    put(place, LINE_END);
 }
 
 std::string CvtpMessageOutImpl::composeHead() const {
-    std::string head = owner->getStartLine();
-    StringUtils::putOnOneLine(head);
-    head += "\r\n";
-    for (const auto& header : headers) {
-        const std::size_t before = head.size();
-        appendHeaderLine(head, header.second);
-        if (head.size() - before > MAX_HEADER_LINE) {
-            logAndThrow<Io::IllegalStateException>("The header " + header.second.getName() +
-                                                   " exceeded the 2048 byte limit.");
-        }
-    }
-    head += "\r\n";
+    const std::string startLine = composeStartLine();
+    std::string head(measureHead(startLine), '\0');
+    composeHead(startLine, head.data());
     return head;
-}
-
-void CvtpMessageOutImpl::appendHeaderLine(std::string& head, const CvtpHeader& header) {
-    head += header.getName();
-    head += ": ";
-    head += header.getJoined();
-    head += "\r\n";
 }
 
 void CvtpMessageOutImpl::writeHead(std::ostream& out, const std::string& head) {

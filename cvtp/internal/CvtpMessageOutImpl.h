@@ -6,11 +6,11 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "cvtp/CvtpMessageOut.h"
 #include "cvtp/internal/CvtpHeaderWriter.h"
-#include "cvtp/internal/CvtpHeaders.h"
-#include "support/OWriter.h"
+#include "cvtp/internal/HeadersToSend.h"
 
 namespace Corvane {
 
@@ -25,13 +25,16 @@ namespace Cvtp {
 /// builds the start line.
 class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHeaderWriter {
  public:
-    /// What the headers of most messages take. An owner leaves so much room in its start line, which then need not
-    /// grow. Bytes.
-    static constexpr std::size_t USUAL_HEADERS_SIZE = 160;
+    /// The version that each start line carries, as text.
+    static const std::string& versionText();
 
     /// @param owner not owned; asked for the start line. @param tag TAG_SEND or TAG_REPLY. @param encoder not
     /// owned.
     CvtpMessageOutImpl(Corvane::Cvtp::CvtpMessageOut* owner, const char* tag, Xml::Utf8String* encoder);
+
+    /// Adds the header that names the program; before any other.
+    /// @param name HEADER_USER_AGENT or HEADER_SERVER; not owned.
+    void setProgram(const std::string& name, const std::string& value);
 
     std::string getStartLine() override;
     void addHeader(const std::string& name, const std::string& value) override;
@@ -51,28 +54,30 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     /// @throws Io::CvPipeException the stream has failed; and what the stream throws.
     void writeHeaders(std::ostream& out) override;
 
-    /// Writes the head and, with `body`, which stands on `out`, the bytes given to setBody(); then closes `body`.
-    /// Where both fit into the buffer of a pipe they leave it in one piece, and the head counts as committed when
-    /// they have.
+    /// Writes the head and the bytes given to setBody(). Where both fit into the buffer of a pipe they leave it in
+    /// one piece, and the head counts as committed when they have.
     ///
+    /// @param bufferSize that of the body's writer, in bytes.
     /// @throws as writeHeaders().
-    void writeHeadAndBody(std::ostream& out, OWriter& body);
+    void writeHeadAndBody(std::ostream& out, int bufferSize);
 
  private:
     struct Free {
         void operator()(char* bytes) const { std::free(bytes); }
     };
 
-    void writeBody(OWriter& writer) const;
+    std::string composeStartLine() const;
+    std::size_t measureHead(std::string_view startLine) const;
+    void composeHead(std::string_view startLine, char* head) const;
     std::string composeHead() const;
-    static void appendHeaderLine(std::string& head, const CvtpHeader& header);
+    bool writeInOnePiece(std::ostream& out, std::string_view startLine, std::size_t headSize);
     static void writeHead(std::ostream& out, const std::string& head);
     void commit(std::ostream& out, const std::string& head);
     void report(const std::string& head) const;
 
     Corvane::Cvtp::CvtpMessageOut* owner;
     const char* tag;
-    CvtpHeaders headers;
+    HeadersToSend headers;
     bool committed = false;
     std::unique_ptr<char, Free> body;
     std::uint64_t bodyLength = 0;

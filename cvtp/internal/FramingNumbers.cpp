@@ -1,7 +1,6 @@
 #include "cvtp/internal/FramingNumbers.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 #include "support/StringUtils.h"
@@ -15,8 +14,10 @@ namespace {
 const std::uint64_t LARGEST = std::numeric_limits<std::uint64_t>::max();
 
 /// Not the C library's functions: the locale of the application must not matter.
-const char* skipWhiteSpace(const char* text) {
-    return text + std::strspn(text, StringUtils::WHITE_SPACE);
+void skipWhiteSpace(std::string_view& text) {
+    while (!text.empty() && StringUtils::WHITE_SPACE_SET.contains(text.front())) {
+        text.remove_prefix(1);
+    }
 }
 
 /// The value of a digit; 16 for any other character.
@@ -33,34 +34,39 @@ unsigned digitValue(char c) {
     return 16;
 }
 
-std::uint64_t parseDigits(const char* text, unsigned base) {
+/// The base is known to the compiler, which spares a division for each digit.
+template <unsigned BASE>
+std::uint64_t parseDigits(std::string_view text) {
     std::uint64_t value = 0;
-    for (; digitValue(*text) < base; ++text) {
-        const unsigned digit = digitValue(*text);
-        value = value > (LARGEST - digit) / base ? LARGEST : value * base + digit;
+    for (const char c : text) {
+        const unsigned digit = digitValue(c);
+        if (digit >= BASE) {
+            break;
+        }
+        value = value > (LARGEST - digit) / BASE ? LARGEST : value * BASE + digit;
     }
     return value;
 }
 
 }  // namespace
 
-std::int64_t parseContentLength(const std::string& text) {
-    const char* position = skipWhiteSpace(text.c_str());
-    const bool negative = *position == '-';
-    if (*position == '-' || *position == '+') {
-        ++position;
+std::int64_t parseContentLength(std::string_view text) {
+    skipWhiteSpace(text);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (negative || (!text.empty() && text.front() == '+')) {
+        text.remove_prefix(1);
     }
     const std::uint64_t limit = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-    const std::int64_t value = static_cast<std::int64_t>(std::min(parseDigits(position, 10), limit));
+    const std::int64_t value = static_cast<std::int64_t>(std::min(parseDigits<10>(text), limit));
     return negative ? -value : value;
 }
 
-std::uint64_t parseChunkSize(const char* text) {
-    const char* position = skipWhiteSpace(text);
-    if (position[0] == '0' && (position[1] == 'x' || position[1] == 'X')) {
-        position += 2;
+std::uint64_t parseChunkSize(std::string_view text) {
+    skipWhiteSpace(text);
+    if (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        text.remove_prefix(2);
     }
-    return parseDigits(position, 16);
+    return parseDigits<16>(text);
 }
 
 }  // namespace Cvtp

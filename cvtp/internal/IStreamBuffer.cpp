@@ -53,6 +53,13 @@ bool IStreamBuffer<CharT>::isAtEnd() const {
 }
 
 template <class CharT>
+void IStreamBuffer<CharT>::skipAll() {
+    remaining = 0;
+    done = true;
+    complete = true;
+}
+
+template <class CharT>
 typename IStreamBuffer<CharT>::int_type IStreamBuffer<CharT>::underflow() {
     if (this->gptr() == this->egptr()) {
         reserveArea(areaSizeNeeded());

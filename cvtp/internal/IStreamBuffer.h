@@ -34,6 +34,9 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
     /// True once nothing more is to be read, be the body complete or not.
     bool isAtEnd() const;
 
+    /// For a body that was read otherwise: as if all of it had been read from here.
+    void skipAll();
+
  protected:
     int_type underflow() override;
     std::streamsize xsgetn(CharT* target, std::streamsize n) override;

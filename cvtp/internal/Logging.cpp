@@ -18,24 +18,13 @@ namespace Cvtp {
 
 namespace {
 
-const int LEVEL_ERROR = 1;
-const int LEVEL_WARN = 2;
-const int LEVEL_INFO = 3;
-const int LEVEL_DEBUG = 4;
-
-const int TRACE_INPUT = 1;
-const int TRACE_OUTPUT = 2;
-const int TRACE_BOTH = 3;
-
 const std::array<const char*, 4> LEVEL_NAMES = {"ERROR", "WARN", "INFO", "DEBUG"};
 const std::array<const char*, 3> DIRECTION_LABELS = {" [OFF   ]", " [INPUT ]", " [OUTPUT]"};
 
-/// What the gates and writers share. Files and levels are atomics: a gate reads them without a lock.
+/// What the writers share.
 struct LoggingState {
     std::atomic<std::FILE*> logFile{nullptr};
     std::atomic<std::FILE*> commFile{nullptr};
-    std::atomic<int> logLevel{0};
-    std::atomic<int> commLevel{0};
 
     /// One lock for each writer. setLogging takes them all, so that no writer is under way when it returns.
     std::array<RecursiveMutex, 4> levelLocks;
@@ -74,15 +63,6 @@ std::string correlationId() {
     return found == shared.correlationIds.end() ? std::string() : found->second;
 }
 
-bool isLevelOn(int level) {
-    return state().logLevel.load(std::memory_order_relaxed) >= level;
-}
-
-bool isTraced(int direction) {
-    const int level = state().commLevel.load(std::memory_order_relaxed);
-    return level == direction || level == TRACE_BOTH;
-}
-
 std::string logLine(int level, const std::string& message) {
     const Poco::DateTime now;
     std::string line = LEVEL_NAMES[static_cast<std::size_t>(level) - 1];
@@ -101,14 +81,14 @@ std::string logLine(int level, const std::string& message) {
 }
 
 void writeLog(int level, const std::string& message) {
-    if (!isLevelOn(level)) {
+    if (!loggingLevels.isOn(level)) {
         return;
     }
     LoggingState& shared = state();
     const RecursiveLock lock(&shared.levelLocks[static_cast<std::size_t>(level) - 1]);
     std::FILE* const file = shared.logFile.load(std::memory_order_relaxed);
     // Asked again: the level may have changed while this thread waited for the lock.
-    if (!isLevelOn(level) || file == nullptr) {
+    if (!loggingLevels.isOn(level) || file == nullptr) {
         return;
     }
     const std::string line = logLine(level, message);
@@ -131,12 +111,12 @@ std::string tracePrefix(int direction) {
 }
 
 void writeTrace(int direction, RecursiveMutex& mutex, const char* data, std::size_t length, bool prefix) {
-    if (!isTraced(direction)) {
+    if (!loggingLevels.isTraced(direction)) {
         return;
     }
     const RecursiveLock lock(&mutex);
     std::FILE* const file = state().commFile.load(std::memory_order_relaxed);
-    if (!isTraced(direction) || file == nullptr) {
+    if (!loggingLevels.isTraced(direction) || file == nullptr) {
         return;
     }
     // One write for prefix and text: both directions may share one stream, and a record must not be torn.
@@ -148,6 +128,8 @@ void writeTrace(int direction, RecursiveMutex& mutex, const char* data, std::siz
 
 }  // namespace
 
+LoggingLevels loggingLevels;
+
 void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commLevel) {
     LoggingState& shared = state();
     const RecursiveLock error(&shared.levelLocks[0]);
@@ -156,12 +138,12 @@ void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commL
     const RecursiveLock debug(&shared.levelLocks[3]);
     const RecursiveLock input(&shared.inputLock);
     const RecursiveLock output(&shared.outputLock);
-    const bool knownLogLevel = logLevel >= LEVEL_ERROR && logLevel <= LEVEL_DEBUG;
-    const bool knownCommLevel = commLevel >= TRACE_INPUT && commLevel <= TRACE_BOTH;
+    const bool knownLogLevel = logLevel >= LoggingLevels::ERROR_LEVEL && logLevel <= LoggingLevels::DEBUG_LEVEL;
+    const bool knownCommLevel = commLevel >= LoggingLevels::INPUT && commLevel <= LoggingLevels::BOTH;
     shared.logFile.store(logFile, std::memory_order_relaxed);
     shared.commFile.store(commFile, std::memory_order_relaxed);
-    shared.logLevel.store(knownLogLevel ? logLevel : 0, std::memory_order_relaxed);
-    shared.commLevel.store(knownCommLevel && commFile != nullptr ? commLevel : 0, std::memory_order_relaxed);
+    loggingLevels.log.store(knownLogLevel ? logLevel : 0, std::memory_order_relaxed);
+    loggingLevels.trace.store(knownCommLevel && commFile != nullptr ? commLevel : 0, std::memory_order_relaxed);
 }
 
 void setCorrelationId(const std::string& id) {
@@ -174,44 +156,20 @@ void setCorrelationId(const std::string& id) {
     static_cast<void>(keeper);
 }
 
-bool isError() {
-    return isLevelOn(LEVEL_ERROR);
-}
-
-bool isWarn() {
-    return isLevelOn(LEVEL_WARN);
-}
-
-bool isInfo() {
-    return isLevelOn(LEVEL_INFO);
-}
-
-bool isDebug() {
-    return isLevelOn(LEVEL_DEBUG);
-}
-
-bool isInputTraced() {
-    return isTraced(TRACE_INPUT);
-}
-
-bool isOutputTraced() {
-    return isTraced(TRACE_OUTPUT);
-}
-
 void logError(const std::string& message) {
-    writeLog(LEVEL_ERROR, message);
+    writeLog(LoggingLevels::ERROR_LEVEL, message);
 }
 
 void logWarn(const std::string& message) {
-    writeLog(LEVEL_WARN, message);
+    writeLog(LoggingLevels::WARN_LEVEL, message);
 }
 
 void logInfo(const std::string& message) {
-    writeLog(LEVEL_INFO, message);
+    writeLog(LoggingLevels::INFO_LEVEL, message);
 }
 
 void logDebug(const std::string& message) {
-    writeLog(LEVEL_DEBUG, message);
+    writeLog(LoggingLevels::DEBUG_LEVEL, message);
 }
 
 void traceInput(const std::string& text, bool prefix) {
@@ -219,7 +177,7 @@ void traceInput(const std::string& text, bool prefix) {
 }
 
 void traceInput(const char* data, std::size_t length, bool prefix) {
-    writeTrace(TRACE_INPUT, state().inputLock, data, length, prefix);
+    writeTrace(LoggingLevels::INPUT, state().inputLock, data, length, prefix);
 }
 
 void traceOutput(const std::string& text, bool prefix) {
@@ -227,7 +185,7 @@ void traceOutput(const std::string& text, bool prefix) {
 }
 
 void traceOutput(const char* data, std::size_t length, bool prefix) {
-    writeTrace(TRACE_OUTPUT, state().outputLock, data, length, prefix);
+    writeTrace(LoggingLevels::OUTPUT, state().outputLock, data, length, prefix);
 }
 
 std::string millisecondText(int milliseconds) {

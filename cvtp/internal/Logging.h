@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <string>
@@ -22,12 +23,52 @@ void setLogging(std::FILE* logFile, int logLevel, std::FILE* commFile, int commL
 /// The correlation id of the calling thread, which each later log line and trace prefix of that thread carries.
 void setCorrelationId(const std::string& id);
 
-bool isError();
-bool isWarn();
-bool isInfo();
-bool isDebug();
-bool isInputTraced();
-bool isOutputTraced();
+/// What the gates look at, which each message asks several times.
+struct LoggingLevels {
+    static constexpr int ERROR_LEVEL = 1;
+    static constexpr int WARN_LEVEL = 2;
+    static constexpr int INFO_LEVEL = 3;
+    static constexpr int DEBUG_LEVEL = 4;
+
+    static constexpr int INPUT = 1;
+    static constexpr int OUTPUT = 2;
+    static constexpr int BOTH = 3;
+
+    bool isOn(int level) const { return log.load(std::memory_order_relaxed) >= level; }
+    bool isTraced(int direction) const {
+        const int level = trace.load(std::memory_order_relaxed);
+        return level == direction || level == BOTH;
+    }
+
+    std::atomic<int> log{0};
+    std::atomic<int> trace{0};
+};
+
+extern LoggingLevels loggingLevels;
+
+inline bool isError() {
+    return loggingLevels.isOn(LoggingLevels::ERROR_LEVEL);
+}
+
+inline bool isWarn() {
+    return loggingLevels.isOn(LoggingLevels::WARN_LEVEL);
+}
+
+inline bool isInfo() {
+    return loggingLevels.isOn(LoggingLevels::INFO_LEVEL);
+}
+
+inline bool isDebug() {
+    return loggingLevels.isOn(LoggingLevels::DEBUG_LEVEL);
+}
+
+inline bool isInputTraced() {
+    return loggingLevels.isTraced(LoggingLevels::INPUT);
+}
+
+inline bool isOutputTraced() {
+    return loggingLevels.isTraced(LoggingLevels::OUTPUT);
+}
 
 void logError(const std::string& message);
 void logWarn(const std::string& message);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -171,6 +172,16 @@ void StreamUtil::readLength(std::istream& in, char*& data, std::int64_t length) 
 
 void StreamUtil::readLength(std::streambuf& in, char*& data, std::int64_t length) {
     readBlock(in, data, length);
+}
+
+char* StreamUtil::copyOf(std::string_view bytes) {
+    char* const block = static_cast<char*>(std::malloc(bytes.size() + 1));
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::memcpy(block, bytes.data(), bytes.size());
+    block[bytes.size()] = '\0';
+    return block;
 }
 
 std::size_t StreamUtil::readToEnd(std::istream& in, char*& data) {

@@ -42,6 +42,9 @@ class StreamUtil {
     /// until something is read from the pipe.
     static std::optional<LineAhead> lookAhead(const PipeBuffer& pipe, std::size_t offset = 0);
 
+    /// A block of the C allocator with these bytes and a NUL, which the caller gives back with free().
+    static char* copyOf(std::string_view bytes);
+
     /// Reads exactly `length` bytes into a block that ends in a NUL, which the caller gives back with free().
     /// The block grows as bytes arrive: a length is a claim of the other end, and costs what was really sent.
     /// A length of zero or less gives an empty block.

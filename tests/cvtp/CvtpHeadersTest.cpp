@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "cvtp/internal/CvtpHeader.h"
+#include "support/StringUtils.h"
 
 namespace Corvane {
 namespace Internal {
@@ -148,6 +153,91 @@ TEST(CvtpHeaders, RemoveTakesOutOneHeader) {
     headers.remove("x-a ");
     headers.remove("X-C");
     EXPECT_EQ(headers.names(), (Texts{"X-B"}));
+}
+
+/// What the collection does, in the simplest way: a map.
+class PlainHeaders {
+ public:
+    void add(const std::string& name, const std::string& value) {
+        const auto place = headers.emplace(keyOf(name), CvtpHeader(name, value));
+        if (!place.second) {
+            place.first->second.addValues(value);
+        }
+    }
+    void set(const std::string& name, const std::string& value) {
+        headers[keyOf(name)].setName(name);
+        headers[keyOf(name)].setValues(value);
+    }
+    void remove(const std::string& name) { headers.erase(keyOf(name)); }
+
+    Texts all() const {
+        Texts result;
+        for (const auto& header : headers) {
+            result.push_back(header.second.getName() + ": " + header.second.getJoined());
+        }
+        return result;
+    }
+
+ private:
+    static std::string keyOf(const std::string& name) {
+        std::string key = StringUtils::trim(name, " \t\r\n");
+        std::transform(key.begin(), key.end(), key.begin(),
+                       [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+        return key;
+    }
+
+    std::map<std::string, CvtpHeader> headers;
+};
+
+Texts allOf(const CvtpHeaders& headers) {
+    Texts result;
+    for (const auto& header : headers) {
+        result.push_back(header.second.getName() + ": " + header.second.getJoined());
+    }
+    return result;
+}
+
+/// Few letters, so that names meet; upper and lower case, white space of both kinds and bytes above ASCII among
+/// them.
+std::string someName(std::mt19937& random) {
+    static const std::string LETTERS = "aAbB-_ \t\v\xC4\xE4";
+    std::string name;
+    for (auto length = random() % 5; length > 0; --length) {
+        name += LETTERS[random() % LETTERS.size()];
+    }
+    return name;
+}
+
+TEST(CvtpHeaders, DoesWhatAMapDoes) {
+    std::mt19937 random(20);
+    for (int round = 0; round < 300; ++round) {
+        CvtpHeaders headers;
+        PlainHeaders plain;
+        for (auto steps = random() % 120; steps > 0; --steps) {
+            const std::string name = someName(random);
+            const std::string value = std::to_string(steps) + (steps % 3 == 0 ? ", x," : "");
+            switch (random() % 12) {
+                case 0:
+                    headers.remove(name);
+                    plain.remove(name);
+                    break;
+                case 1:
+                    headers.set(name, value);
+                    plain.set(name, value);
+                    break;
+                default:
+                    headers.add(name, value);
+                    plain.add(name, value);
+            }
+            if (steps % 17 == 0) {
+                ASSERT_EQ(allOf(headers), plain.all()) << "round " << round;
+            }
+        }
+        ASSERT_EQ(allOf(headers), plain.all()) << "round " << round;
+        for (const std::string& shown : headers.names()) {
+            ASSERT_EQ(headers.getAll(shown).empty(), headers.get(shown).empty());
+        }
+    }
 }
 
 }  // namespace

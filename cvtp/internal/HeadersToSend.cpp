@@ -1,0 +1,78 @@
+#include "cvtp/internal/HeadersToSend.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "cvtp/CvtpMessage.h"
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+using Corvane::Cvtp::CvtpMessage;
+
+namespace {
+
+/// Whether a text is one value, as it stands.
+bool isOneValue(std::string_view text) {
+    return !text.empty() && text.find(',') == std::string_view::npos &&
+           StringUtils::trimmed(text, HEADER_BLANKS).size() == text.size();
+}
+
+}  // namespace
+
+void HeadersToSend::setProgram(const std::string& name, std::string_view value) {
+    if (isOneValue(value)) {
+        programName = &name;
+        program = value;
+    } else {
+        set(name, value);
+    }
+}
+
+void HeadersToSend::addLength(std::size_t length) {
+    const bool isKeptApart = !sorted && lengthSize == 0;
+    if (!isKeptApart) {
+        // Before the digits of the first one are overwritten.
+        sort();
+    }
+    const char* const end =
+        std::to_chars(lengthDigits.data(), lengthDigits.data() + lengthDigits.size(), length).ptr;
+    lengthSize = static_cast<std::size_t>(end - lengthDigits.data());
+    if (!isKeptApart) {
+        sorted->add(lengthName(), lengthText());
+    }
+}
+
+void HeadersToSend::add(std::string_view name, std::string_view value) {
+    sort().add(name, value);
+}
+
+void HeadersToSend::set(std::string_view name, std::string_view value) {
+    sort().set(name, value);
+}
+
+void HeadersToSend::remove(std::string_view name) {
+    sort().remove(name);
+}
+
+CvtpHeaders& HeadersToSend::sort() {
+    if (!sorted) {
+        sorted.emplace();
+        if (programName != nullptr) {
+            sorted->add(*programName, program);
+        }
+        if (lengthSize > 0) {
+            sorted->add(lengthName(), lengthText());
+        }
+    }
+    return *sorted;
+}
+
+std::string_view HeadersToSend::lengthName() {
+    return CvtpMessage::HEADER_CONTENT_LENGTH;
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane

@@ -1,0 +1,67 @@
+#include "cvtp/internal/ReceivedHeaders.h"
+
+#include <algorithm>
+
+namespace Corvane {
+namespace Internal {
+namespace Cvtp {
+
+namespace {
+
+constexpr StringUtils::CharacterSet VALUE_BLANKS{" \t"};
+
+/// Takes the first line off, without its end.
+std::string_view takeLine(std::string_view& lines) {
+    const std::string_view::size_type end = lines.find('\n');
+    std::string_view line = lines.substr(0, end);
+    lines.remove_prefix(end + 1);
+    if (!line.empty() && line.back() == '\r') {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+}  // namespace
+
+HeaderLine::HeaderLine(std::string_view line)
+    : name(line.substr(0, line.find(':'))),
+      value(StringUtils::trimmed(line.substr(std::min(name.size() + 1, line.size())), VALUE_BLANKS)) {}
+
+void ReceivedHeaders::keep(std::string_view lines) {
+    kept = lines;
+}
+
+void ReceivedHeaders::add(std::string_view name, std::string_view value) {
+    static_cast<void>(all());
+    sorted->add(name, value);
+}
+
+std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
+    if (sorted) {
+        return sorted->getFirst(name);
+    }
+    std::string_view first;
+    std::string_view rest = kept;
+    while (first.empty() && !rest.empty()) {
+        const HeaderLine line(takeLine(rest));
+        if (CvtpHeaders::isSameName(line.name, name)) {
+            first = CvtpHeader::firstValueIn(line.value);
+        }
+    }
+    return first;
+}
+
+const CvtpHeaders& ReceivedHeaders::all() const {
+    if (!sorted) {
+        sorted.emplace();
+        for (std::string_view rest = kept; !rest.empty();) {
+            const HeaderLine line(takeLine(rest));
+            sorted->add(line.name, line.value);
+        }
+    }
+    return *sorted;
+}
+
+}  // namespace Cvtp
+}  // namespace Internal
+}  // namespace Corvane
