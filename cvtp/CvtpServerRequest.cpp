@@ -1,5 +1,7 @@
 #include "cvtp/CvtpServerRequest.h"
 
+#include <string_view>
+
 #include "cvtp/CvtpServer.h"
 #include "cvtp/internal/CvtpMessageInImpl.h"
 #include "cvtp/internal/TraceTags.h"
@@ -36,8 +38,8 @@ CvtpServerRequest::~CvtpServerRequest() = default;
 
 std::string CvtpServerRequest::getMethod() {
     try {
-        const std::string& line = message->receivedStartLine();
-        return line.empty() ? METHOD_NONE : line.substr(0, line.find(' '));
+        const std::string_view line = message->receivedStartLine();
+        return line.empty() ? METHOD_NONE : std::string(line.substr(0, line.find(' ')));
     } catch (const Io::CvPipeException&) {
         return METHOD_NONE;
     }

@@ -16,6 +16,25 @@ const std::int32_t DEFAULT_CONNECT_TIMEOUT_MS = 10000;
 
 }  // namespace
 
+class CvPipe::Call {
+ public:
+    explicit Call(CvPipe& pipe) : pipe(pipe), isAborted((pipe.calls.fetch_add(ONE_CALL) & CLOSED) != 0) {}
+    ~Call() {
+        if (pipe.calls.fetch_sub(ONE_CALL) == (ONE_CALL | CLOSED)) {
+            pipe.letGo();
+        }
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    /// Null when there is none; nothing after close().
+    const std::shared_ptr<Platform::PipeChannel>* channel() const { return isAborted ? nullptr : &pipe.handle; }
+
+ private:
+    CvPipe& pipe;
+    const bool isAborted;
+};
+
 CvPipe::CvPipe()
     : inputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::in)),
       outputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::out)),
@@ -30,7 +49,7 @@ CvPipe::CvPipe(const std::string& name, bool readable, bool writable) : CvPipe()
 
 CvPipe::~CvPipe() {
     // A pipe that is not open has nothing to close, and closing it would only leave a line in the log.
-    if (handle) {
+    if (handle && (calls & CLOSED) == 0) {
         closePipe();
     }
     // The streams are not destroyed, since an application may still hold them; deliberate.
@@ -111,24 +130,32 @@ void CvPipe::closePipe() {
     std::shared_ptr<Platform::PipeChannel> channel;
     {
         const std::lock_guard<std::mutex> lock(handleLock);
-        channel = std::move(handle);
-        handle.reset();
-        closed = true;
+        const std::uint32_t before = calls.fetch_or(CLOSED);
+        if ((before & CLOSED) == 0) {
+            channel = handle;
+        }
+        if (before < ONE_CALL) {
+            handle.reset();
+        }
     }
     Platform::closeChannel(channel);
+}
+
+/// After close(), when the last call has ended.
+void CvPipe::letGo() noexcept {
+    // Goes outside the lock.
+    std::shared_ptr<Platform::PipeChannel> channel;
+    const std::lock_guard<std::mutex> lock(handleLock);
+    if ((calls & CLOSED) != 0) {
+        channel.swap(handle);
+    }
 }
 
 void CvPipe::setChannel(std::shared_ptr<Platform::PipeChannel> channel) {
     // What was open before goes with `channel`, outside the lock.
     const std::lock_guard<std::mutex> lock(handleLock);
     handle.swap(channel);
-    closed = false;
-}
-
-bool CvPipe::getChannel(std::shared_ptr<Platform::PipeChannel>& channel) {
-    const std::lock_guard<std::mutex> lock(handleLock);
-    channel = handle;
-    return !closed;
+    calls &= ~CLOSED;
 }
 
 void CvPipe::takeOver(const std::string& newPath, bool newReadable, bool newWritable,
@@ -178,10 +205,10 @@ int CvPipe::getConnectTimeout() {
 }
 
 int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
-    std::shared_ptr<Platform::PipeChannel> channel;
-    const bool usable = getChannel(channel);
-    const int count = usable ? Platform::readChannel(channel, buffer + offset, length, timeoutMs)
-                             : static_cast<int>(Platform::ABORTED);
+    const Call call(*this);
+    const auto* const channel = call.channel();
+    const int count = channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs)
+                                         : static_cast<int>(Platform::ABORTED);
     switch (count) {
         case Platform::READ_TIMED_OUT:
             throw TimeoutException("CvPipe read timeout.");
@@ -198,16 +225,18 @@ void CvPipe::writePipe(const char* buffer, int offset, int length) {
     if (length <= 0) {
         return;
     }
-    std::shared_ptr<Platform::PipeChannel> channel;
-    throwUnlessWritten(getChannel(channel) ? Platform::writeChannel(channel, buffer + offset, length)
-                                           : writeAborted());
+    const Call call(*this);
+    const auto* const channel = call.channel();
+    throwUnlessWritten(channel != nullptr ? Platform::writeChannel(*channel, buffer + offset, length)
+                                          : writeAborted());
 }
 
 void CvPipe::writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
                          std::size_t piece) {
-    std::shared_ptr<Platform::PipeChannel> channel;
-    throwUnlessWritten(getChannel(channel)
-                           ? Platform::writeBlocks(channel, {first, firstLength}, {second, secondLength}, piece)
+    const Call call(*this);
+    const auto* const channel = call.channel();
+    throwUnlessWritten(channel != nullptr
+                           ? Platform::writeBlocks(*channel, {first, firstLength}, {second, secondLength}, piece)
                            : writeAborted());
 }
 

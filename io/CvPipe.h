@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <istream>
@@ -108,6 +109,9 @@ class CVTP_EXPORT CvPipe {
     friend class ServerCvPipe;
     friend class PipeBufferBase<char>;
 
+    /// A read or write under way.
+    class Call;
+
     void connectPipe(const std::string& path, const std::string& name, bool readable, bool writable, int timeoutMs);
     void forgetFormerConnection();
     void closePipe();
@@ -116,10 +120,7 @@ class CVTP_EXPORT CvPipe {
                   std::shared_ptr<Platform::PipeChannel> channel);
     /// Makes `channel` the open end.
     void setChannel(std::shared_ptr<Platform::PipeChannel> channel);
-    /// Copies the open end, null when there is none.
-    ///
-    /// @return false after close().
-    bool getChannel(std::shared_ptr<Platform::PipeChannel>& channel);
+    void letGo() noexcept;
     /// Writes both blocks as if `piece` bytes at a time were given to writePipe().
     void writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
                      std::size_t piece);
@@ -136,12 +137,18 @@ class CVTP_EXPORT CvPipe {
     std::int32_t readTimeout;
     std::string name;
     std::string path;
-    /// The open end (handle and event), null while not open. Guarded by handleLock, which is held for no longer
-    /// than it takes to copy the pointer: a call under way keeps the end alive by its own copy.
+    /// The open end (handle and event), null while not open. Changed with handleLock, and after close() only while
+    /// no call is under way: a call looks at it without the lock.
     std::shared_ptr<Platform::PipeChannel> handle;
-    /// Set by close(), so that a call that comes just after it ends as a blocked one does. Guarded by handleLock.
-    bool closed = false;
+    /// Held no longer than it takes to copy or swap the pointer.
     std::mutex handleLock;
+    /// The number of calls under way, times ONE_CALL, and CLOSED after close(). One word, so that a call and a
+    /// close() that meet agree on which came first: a call that comes later ends as a blocked one does, and the
+    /// last call under way lets the open end go.
+    std::atomic<std::uint32_t> calls{0};
+
+    static constexpr std::uint32_t CLOSED = 1;
+    static constexpr std::uint32_t ONE_CALL = 2;
 };
 
 }  // namespace Io

@@ -66,7 +66,8 @@ std::string CvtpHeaders::get(std::string_view name) const {
 bool CvtpHeaders::isSameName(std::string_view a, std::string_view b) {
     a = StringUtils::trimmed(a, HEADER_BLANKS);
     b = StringUtils::trimmed(b, HEADER_BLANKS);
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return upper(x) == upper(y); });
+    return a == b ||
+           std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return upper(x) == upper(y); });
 }
 
 std::vector<std::string> CvtpHeaders::getAll(std::string_view name) const {

@@ -49,7 +49,7 @@ CvtpMessageInImpl::~CvtpMessageInImpl() = default;
 
 std::string CvtpMessageInImpl::getStartLine() {
     readHead();
-    return hasStartLine() ? startLine : placeholder();
+    return hasStartLine() ? std::string(startLine.view()) : placeholder();
 }
 
 std::string CvtpMessageInImpl::getHeader(const std::string& name) const {
@@ -64,9 +64,9 @@ std::vector<std::string> CvtpMessageInImpl::getHeaderNames() const {
     return headers.all().names();
 }
 
-const std::string& CvtpMessageInImpl::receivedStartLine() {
+std::string_view CvtpMessageInImpl::receivedStartLine() {
     readHead();
-    return startLine;
+    return startLine.view();
 }
 
 void CvtpMessageInImpl::getBody(char*& data, std::size_t& length) {
@@ -145,13 +145,26 @@ void CvtpMessageInImpl::awaitStartLine() {
     }
     startLineTried = true;
     while (startLine.empty()) {
-        StreamUtil::readLine(*in, startLine);
+        if (const auto taken = StreamUtil::takeLine(*in)) {
+            startLine.assign(*taken);
+        } else {
+            std::string line;
+            StreamUtil::readLine(*in, line);
+            startLine.assign(line);
+        }
     }
+    if (isInputTraced() || isDebug()) {
+        traceStartLine();
+    }
+}
+
+void CvtpMessageInImpl::traceStartLine() const {
+    const std::string line = StringUtils::joined({tag, startLine.view()});
     if (isInputTraced()) {
-        traceInput(std::string(tag) + startLine, true);
+        traceInput(line, true);
     }
     if (isDebug()) {
-        logDebug(std::string(tag) + startLine);
+        logDebug(line);
     }
 }
 

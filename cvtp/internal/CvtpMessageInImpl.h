@@ -12,6 +12,7 @@
 #include "cvtp/CvtpMessageIn.h"
 #include "cvtp/internal/IStreamBuffer.h"
 #include "cvtp/internal/ReceivedHeaders.h"
+#include "support/SmallText.h"
 
 namespace Corvane {
 
@@ -53,7 +54,7 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
     bool isWholeBodyRead() const;
 
     /// As getStartLine(), without the copy, and "" while that gives the placeholder.
-    const std::string& receivedStartLine();
+    std::string_view receivedStartLine();
 
  private:
     void readHead();
@@ -61,6 +62,7 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
     void readHeaders();
     void readHeaderLine(std::string& line) const;
     void findFraming();
+    void traceStartLine() const;
     std::string placeholder() const;
     void requireBody() const;
     IStreamBuffer<char>& decoder();
@@ -70,7 +72,7 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
 
     std::istream* in;
     const std::string_view tag;
-    std::string startLine;
+    SmallText<128> startLine;
     ReceivedHeaders headers;
     /// How the body is framed; not known until the head was read.
     enum class Framing { UNKNOWN, COUNTED, CHUNKED };

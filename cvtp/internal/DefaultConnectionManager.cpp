@@ -55,26 +55,39 @@ DefaultConnectionManager::DefaultConnectionManager(int connectTimeout, int stale
 
 DefaultConnectionManager::~DefaultConnectionManager() = default;
 
+void DefaultConnectionManager::composeKey(std::string& key, const std::string& pipeName, const std::string& mode) {
+    key = pipeName;
+    key += '.';
+    key += mode;
+}
+
 CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std::string& mode) {
-    const std::string poolKey = pipeName + "." + mode;
-    std::unique_ptr<PipeInfo> info = takeIdlePipe(poolKey);
-    if (info == nullptr) {
-        // Without the pool's lock: connecting may take as long as the connect timeout.
-        info = createPipe(pipeName, mode, poolKey);
+    {
+        const RecursiveLock lock(mutex.get());
+        purgeStalePipes();
+        if (std::unique_ptr<PipeInfo> info = takeIdlePipe(pipeName, mode)) {
+            return handOut(std::move(info), pipeName);
+        }
     }
+    std::string poolKey;
+    composeKey(poolKey, pipeName, mode);
+    // Without the pool's lock: connecting may take as long as the connect timeout.
+    std::unique_ptr<PipeInfo> info = createPipe(pipeName, mode, poolKey);
+    const RecursiveLock lock(mutex.get());
     return handOut(std::move(info), pipeName);
 }
 
-std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& poolKey) {
-    const RecursiveLock lock(mutex.get());
-    purgeStalePipes();
-    IdlePipes& idle = availablePipes[poolKey];
-    if (idle.empty()) {
+/// With the pool's lock held, as the two below. Null when there is none.
+std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& pipeName,
+                                                                 const std::string& mode) {
+    composeKey(wantedKey, pipeName, mode);
+    const auto found = availablePipes.find(wantedKey);
+    if (found == availablePipes.end() || found->second.empty()) {
         return nullptr;
     }
     // The one that has been idle longest.
-    std::unique_ptr<PipeInfo> info = std::move(idle.back());
-    idle.pop_back();
+    std::unique_ptr<PipeInfo> info = std::move(found->second.back());
+    found->second.pop_back();
     return info;
 }
 
@@ -108,7 +121,6 @@ void DefaultConnectionManager::connectNewPipe(PipeInfo& info, const std::string&
 }
 
 CvPipe* DefaultConnectionManager::handOut(std::unique_ptr<PipeInfo> info, const std::string& pipeName) {
-    const RecursiveLock lock(mutex.get());
     if (isDebug()) {
         logDebug("Using CvPipe " + pipeLabel(pipeName, *info));
     }
@@ -179,7 +191,6 @@ const PipeInfo* DefaultConnectionManager::findIdle(const CvPipe* pipe) const {
 }
 
 void DefaultConnectionManager::purgeStalePipes() {
-    const RecursiveLock lock(mutex.get());
     const std::int64_t now = currentTimeMillis();
     for (auto& entry : availablePipes) {
         purgeStalePipes(entry.second, now);

@@ -31,19 +31,22 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
  private:
     using IdlePipes = std::vector<std::unique_ptr<PipeInfo>>;
 
-    std::unique_ptr<PipeInfo> takeIdlePipe(const std::string& poolKey);
+    std::unique_ptr<PipeInfo> takeIdlePipe(const std::string& pipeName, const std::string& mode);
     std::unique_ptr<PipeInfo> createPipe(const std::string& pipeName, const std::string& mode,
                                          const std::string& poolKey);
     void connectNewPipe(PipeInfo& info, const std::string& pipeName, const std::string& mode);
     Io::CvPipe* handOut(std::unique_ptr<PipeInfo> info, const std::string& pipeName);
     void purgeStalePipes();
     void purgeStalePipes(IdlePipes& idle, std::int64_t now);
+    static void composeKey(std::string& key, const std::string& pipeName, const std::string& mode);
     const PipeInfo* findIdle(const Io::CvPipe* pipe) const;
 
     /// The idle pipes of each key, the one given back last at the front. Guarded by mutex, as usedPipes is.
     std::map<std::string, IdlePipes> availablePipes;
     /// The pipes that are handed out.
     std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>> usedPipes;
+    /// The key that is looked for; kept for its memory. Guarded by mutex.
+    std::string wantedKey;
     /// A place of usedPipes that came free, kept for the next pipe. Guarded by mutex.
     std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>>::node_type sparePlace;
     std::int32_t connectTimeout;

@@ -24,7 +24,7 @@ bool isOneValue(std::string_view text) {
 void HeadersToSend::setProgram(const std::string& name, std::string_view value) {
     if (isOneValue(value)) {
         programName = &name;
-        program = value;
+        program.assign(value);
     } else {
         set(name, value);
     }
@@ -58,9 +58,9 @@ void HeadersToSend::remove(std::string_view name) {
 
 CvtpHeaders& HeadersToSend::sort() {
     if (!sorted) {
-        sorted.emplace();
+        sorted = std::make_unique<CvtpHeaders>();
         if (programName != nullptr) {
-            sorted->add(*programName, program);
+            sorted->add(*programName, program.view());
         }
         if (lengthSize > 0) {
             sorted->add(lengthName(), lengthText());

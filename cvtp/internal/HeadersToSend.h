@@ -4,11 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <optional>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "cvtp/internal/CvtpHeaders.h"
+#include "support/SmallText.h"
 
 namespace Corvane {
 namespace Internal {
@@ -45,7 +46,7 @@ class HeadersToSend {
             visit(lengthName(), lengthText());
         }
         if (programName != nullptr) {
-            visit(*programName, program);
+            visit(*programName, program.view());
         }
     }
 
@@ -56,11 +57,11 @@ class HeadersToSend {
 
     /// Null when there is none.
     const std::string* programName = nullptr;
-    std::string program;
+    SmallText<48> program;
     std::array<char, std::numeric_limits<std::uint64_t>::digits10 + 1> lengthDigits;
     /// 0 when there is none.
     std::size_t lengthSize = 0;
-    std::optional<CvtpHeaders> sorted;
+    std::unique_ptr<CvtpHeaders> sorted;
 };
 
 }  // namespace Cvtp

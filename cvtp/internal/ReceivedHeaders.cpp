@@ -28,7 +28,7 @@ HeaderLine::HeaderLine(std::string_view line)
       value(StringUtils::trimmed(line.substr(std::min(name.size() + 1, line.size())), VALUE_BLANKS)) {}
 
 void ReceivedHeaders::keep(std::string_view lines) {
-    kept = lines;
+    kept.assign(lines);
 }
 
 void ReceivedHeaders::add(std::string_view name, std::string_view value) {
@@ -41,7 +41,7 @@ std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
         return sorted->getFirst(name);
     }
     std::string_view first;
-    std::string_view rest = kept;
+    std::string_view rest = kept.view();
     while (first.empty() && !rest.empty()) {
         const HeaderLine line(takeLine(rest));
         if (CvtpHeaders::isSameName(line.name, name)) {
@@ -53,8 +53,8 @@ std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
 
 const CvtpHeaders& ReceivedHeaders::all() const {
     if (!sorted) {
-        sorted.emplace();
-        for (std::string_view rest = kept; !rest.empty();) {
+        sorted = std::make_unique<CvtpHeaders>();
+        for (std::string_view rest = kept.view(); !rest.empty();) {
             const HeaderLine line(takeLine(rest));
             sorted->add(line.name, line.value);
         }

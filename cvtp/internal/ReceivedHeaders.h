@@ -1,10 +1,10 @@
 #pragma once
 
-#include <optional>
-#include <string>
+#include <memory>
 #include <string_view>
 
 #include "cvtp/internal/CvtpHeaders.h"
+#include "support/SmallText.h"
 
 namespace Corvane {
 namespace Internal {
@@ -28,9 +28,9 @@ class ReceivedHeaders {
     const CvtpHeaders& all() const;
 
  private:
-    std::string kept;
+    SmallText<256> kept;
     /// Mutable, as when they are sorted is of no concern to anybody.
-    mutable std::optional<CvtpHeaders> sorted;
+    mutable std::unique_ptr<CvtpHeaders> sorted;
 };
 
 /// The name of a header and its value, without the blanks around it; the name is the whole line when there is no

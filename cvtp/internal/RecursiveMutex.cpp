@@ -51,8 +51,9 @@ class RecursiveMutex::SystemMutex {
 
 namespace {
 
-/// The system call costs more than a lock, so each thread asks once.
-thread_local std::uint32_t cachedThreadId = 0;
+/// The system call costs more than a lock, so each thread asks once. A variable of this model is found without a
+/// call, which each lock and each unlock would make.
+__attribute__((tls_model("initial-exec"))) thread_local std::uint32_t cachedThreadId = 0;
 
 /// The one thread of a forked child has another id than the thread that forked.
 void forgetThreadId() {

@@ -151,19 +151,29 @@ std::optional<StreamUtil::LineAhead> StreamUtil::lookAhead(const PipeBuffer& pip
     return line;
 }
 
-void StreamUtil::readLine(std::istream& in, std::string& line) {
-    if (PipeBuffer* const pipe = pipeBufferOf(in)) {
-        if (pipe->ahead().empty()) {
-            line.clear();
-            awaitBytes(in, *pipe);
-        }
-        if (const auto ahead = lookAhead(*pipe)) {
-            line = ahead->text;
-            pipe->skip(ahead->size);
-            return;
-        }
+std::optional<std::string_view> StreamUtil::takeLine(std::istream& in) {
+    PipeBuffer* const pipe = pipeBufferOf(in);
+    if (pipe == nullptr) {
+        return std::nullopt;
     }
-    readLineByStream(in, line);
+    if (pipe->ahead().empty()) {
+        awaitBytes(in, *pipe);
+    }
+    const auto ahead = lookAhead(*pipe);
+    if (!ahead) {
+        return std::nullopt;
+    }
+    pipe->skip(ahead->size);
+    return ahead->text;
+}
+
+void StreamUtil::readLine(std::istream& in, std::string& line) {
+    line.clear();
+    if (const auto taken = takeLine(in)) {
+        line = *taken;
+    } else {
+        readLineByStream(in, line);
+    }
 }
 
 void StreamUtil::readLength(std::istream& in, char*& data, std::int64_t length) {

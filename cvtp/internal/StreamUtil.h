@@ -36,6 +36,12 @@ class StreamUtil {
         std::size_t size;
     };
 
+    /// The same where the line lies in the buffer of a pipe; it stays there until something is read. Waits while
+    /// nothing has arrived.
+    ///
+    /// @return nothing, when the line is not there as a whole, or there is no such buffer: then it is to be read.
+    static std::optional<std::string_view> takeLine(std::istream& in);
+
     /// The buffer of a pipe below a stream that is good; else null.
     static PipeBuffer* pipeBufferOf(const std::istream& in);
     /// The line that begins `offset` bytes ahead, where it lies in the buffer, if it is there as a whole. Stays

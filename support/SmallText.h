@@ -1,0 +1,38 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace Corvane {
+
+/// A text that is set once or seldom and mostly short: up to SIZE bytes it needs no memory of its own.
+template <std::size_t SIZE>
+class SmallText {
+ public:
+    SmallText() = default;
+    SmallText(const SmallText&) = delete;
+    SmallText& operator=(const SmallText&) = delete;
+
+    void assign(std::string_view text) {
+        if (text.size() <= SIZE) {
+            std::memcpy(few.data(), text.data(), text.size());
+        } else {
+            many = text;
+        }
+        size = text.size();
+    }
+
+    /// Holds until the next assign().
+    std::string_view view() const { return {size <= SIZE ? few.data() : many.data(), size}; }
+    bool empty() const { return size == 0; }
+
+ private:
+    std::array<char, SIZE> few;
+    std::string many;
+    std::size_t size = 0;
+};
+
+}  // namespace Corvane
