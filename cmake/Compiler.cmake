@@ -51,6 +51,15 @@ if(CVTP_COVERAGE)
     add_link_options(--coverage)
 endif()
 
+# With all sources of the library in view the compiler saves a twentieth of the time of a round trip. Only where it
+# was seen to: other compilers and Windows go without. The objects are also complete without it, so that the tests,
+# which link them too, do not do that work once more for each program.
+set(whole_program OFF)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32 AND NOT CVTP_SANITIZE AND NOT CVTP_COVERAGE)
+    set(whole_program ON)
+endif()
+option(CVTP_WHOLE_PROGRAM "Optimise the library as a whole in release builds" ${whole_program})
+
 # A layer of the library: an object library that may include what stands below the repository's root.
 function(cvtp_add_layer name)
     add_library(${name} OBJECT ${ARGN})
@@ -58,4 +67,8 @@ function(cvtp_add_layer name)
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
     target_compile_definitions(${name} PRIVATE CVTP_BUILDING)
     target_link_libraries(${name} PUBLIC Poco::Foundation Threads::Threads)
+    if(CVTP_WHOLE_PROGRAM)
+        target_compile_options(${name} PRIVATE
+            $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-flto=auto -ffat-lto-objects>)
+    endif()
 endfunction()

@@ -5,6 +5,9 @@ add_library(cvtp::cvtp ALIAS cvtp)
 target_link_libraries(cvtp
     PRIVATE cvtp_core cvtp_messages cvtp_io cvtp_base cvtp_support Threads::Threads
     PUBLIC Poco::Foundation)
+if(CVTP_WHOLE_PROGRAM)
+    target_link_options(cvtp PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-flto=auto>)
+endif()
 target_compile_features(cvtp PUBLIC cxx_std_17)
 target_include_directories(cvtp INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>

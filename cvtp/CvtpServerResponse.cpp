@@ -1,6 +1,8 @@
 #include "cvtp/CvtpServerResponse.h"
 
+#include <array>
 #include <charconv>
+#include <cstddef>
 #include <limits>
 #include <string_view>
 
@@ -22,17 +24,24 @@ using Io::IllegalStateException;
 
 namespace {
 
-std::string reasonOf(int code) {
-    // Not [], which would add the code to the table that all threads read.
-    const auto found = CvtpMessage::STATUS_REASONS.find(code);
-    return found == CvtpMessage::STATUS_REASONS.end() ? "None" : found->second;
-}
+/// The digits of a status code.
+class CodeText {
+ public:
+    explicit CodeText(std::int32_t code)
+        : size(static_cast<std::size_t>(std::to_chars(digits.data(), digits.data() + digits.size(), code).ptr -
+                                        digits.data())) {}
+
+    std::string_view view() const { return {digits.data(), size}; }
+
+ private:
+    std::array<char, std::numeric_limits<std::int32_t>::digits10 + 2> digits;
+    std::size_t size;
+};
 
 }  // namespace
 
 CvtpServerResponse::CvtpServerResponse(CvtpServer* server, std::ostream* out, Xml::Utf8String* scratch)
     : statusCode(STATUS_SERVER_ERROR),
-      reasonPhrase(reasonOf(STATUS_SERVER_ERROR)),
       server(server),
       outputStream(out),
       writer(std::make_unique<CvtpMessageOutImpl>(this, Internal::Cvtp::TAG_REPLY, scratch)),
@@ -46,16 +55,28 @@ CvtpServerResponse::~CvtpServerResponse() {
 }
 
 void CvtpServerResponse::setStatusCode(int code) {
-    setStatusCode(code, reasonOf(code));
+    statusCode = code;
+    hasUsualReason = true;
 }
 
 void CvtpServerResponse::setStatusCode(int code, const std::string& reason) {
     statusCode = code;
-    reasonPhrase = reason;
+    setReasonPhrase(reason);
 }
 
 void CvtpServerResponse::setReasonPhrase(const std::string& reason) {
+    hasUsualReason = false;
     reasonPhrase = reason;
+}
+
+/// Looked up when it is needed: most responses set another status than that which they began with.
+std::string_view CvtpServerResponse::reason() const {
+    if (!hasUsualReason) {
+        return reasonPhrase;
+    }
+    // Not [], which would add the code to the table that all threads read.
+    const auto found = STATUS_REASONS.find(statusCode);
+    return found == STATUS_REASONS.end() ? std::string_view("None") : found->second;
 }
 
 std::ostream* CvtpServerResponse::getBodyStream() {
@@ -84,7 +105,7 @@ void CvtpServerResponse::send() {
     }
     if (hasBody) {
         bodyBegun = true;
-        writer->writeHeadAndBody(*outputStream, bufferSize);
+        writeHeadAndBody();
     } else {
         bodyStream->send();
     }
@@ -93,7 +114,7 @@ void CvtpServerResponse::send() {
 
 void CvtpServerResponse::sendError(int code, const std::string& message) {
     statusCode = code;
-    reasonPhrase = message;
+    setReasonPhrase(message);
     // A body given before has left its length there, and the client would wait for it.
     writer->removeHeader(HEADER_CONTENT_LENGTH);
     setBody("", 0);
@@ -101,12 +122,17 @@ void CvtpServerResponse::sendError(int code, const std::string& message) {
 }
 
 std::string CvtpServerResponse::getStartLine() {
-    char code[std::numeric_limits<std::int32_t>::digits10 + 2];
-    const char* const end = std::to_chars(code, code + sizeof code, statusCode).ptr;
     std::string memory;
-    return StringUtils::joined({CvtpMessageOutImpl::versionText(), " ",
-                                std::string_view(code, static_cast<std::size_t>(end - code)), " ",
-                                StringUtils::onOneLine(reasonPhrase, memory)});
+    return StringUtils::joined({CvtpMessageOutImpl::versionText(), " ", CodeText(statusCode).view(), " ",
+                                StringUtils::onOneLine(reason(), memory)});
+}
+
+void CvtpServerResponse::writeHeadAndBody() {
+    const CodeText code(statusCode);
+    std::string memory;
+    const std::string_view oneLine = StringUtils::onOneLine(reason(), memory);
+    writer->writeHeadAndBody(*outputStream, {CvtpMessageOutImpl::versionText(), " ", code.view(), " ", oneLine},
+                             bufferSize);
 }
 
 void CvtpServerResponse::addHeader(const std::string& name, const std::string& value) {

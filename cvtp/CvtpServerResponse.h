@@ -5,6 +5,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "cvtp/CvtpMessageOut.h"
 
@@ -79,8 +80,12 @@ class CVTP_EXPORT CvtpServerResponse : public CvtpMessageOut {
     friend class Internal::Cvtp::RequestWorker;
 
     bool isSentInPart() const;
+    std::string_view reason() const;
+    void writeHeadAndBody();
 
     std::int32_t statusCode;
+    /// Of a code whose reason phrase the table has; then reasonPhrase counts for nothing.
+    bool hasUsualReason = true;
     std::string reasonPhrase;
     CvtpServer* server;
     std::ostream* outputStream;

@@ -58,6 +58,13 @@ std::string AbstractCvtpRequestImpl::getStartLine() {
     return StringUtils::joined({method, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
 }
 
+void AbstractCvtpRequestImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
+    std::string memory;
+    const std::string_view oneLine = StringUtils::onOneLine(method, memory);
+    message.writeHeadAndBody(out, {oneLine, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()},
+                             bufferSize);
+}
+
 void AbstractCvtpRequestImpl::addHeader(const std::string& name, const std::string& value) {
     message.addHeader(name, value);
 }
@@ -146,7 +153,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
         copyBodyStream();
         bodyOut->send();
     } else {
-        message.writeHeadAndBody(*out, bufferSize);
+        writeHeadAndBody(*out, bufferSize);
     }
     return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
 }

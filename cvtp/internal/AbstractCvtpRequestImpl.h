@@ -58,6 +58,7 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     std::unique_ptr<Corvane::Cvtp::CvtpResponse> sendOnce();
     /// @throws Io::BrokenPipeException a request before this one failed on the pipe.
     void requireIntactStreams();
+    void writeHeadAndBody(std::ostream& out, int bufferSize);
     void copyBodyStream();
     /// Returns when the request may be sent again; else throws.
     void afterLostConnection(Io::BrokenPipeException& lost);

@@ -1,5 +1,6 @@
 #include "cvtp/internal/CvtpMessageOutImpl.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -33,8 +34,7 @@ std::streamsize roomOf(const std::ostream& out) {
 
 /// @return where the next text belongs.
 char* put(char* place, std::string_view text) {
-    std::memcpy(place, text.data(), text.size());
-    return place + text.size();
+    return std::copy(text.begin(), text.end(), place);
 }
 
 }  // namespace
@@ -101,19 +101,18 @@ void CvtpMessageOutImpl::writeHeaders(std::ostream& out) {
     if (committed) {
         return;
     }
-    const std::string head = composeHead();
+    std::string startLine = owner->getStartLine();
+    StringUtils::putOnOneLine(startLine);
+    const std::string head = composeHead({startLine});
     writeHead(out, head);
     commit(out, head);
 }
 
-void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
-    const std::string startLine = composeStartLine();
-    const std::size_t headSize = measureHead(startLine);
-    if (writeInOnePiece(out, startLine, headSize)) {
+void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, const StartLine& startLine, int bufferSize) {
+    if (writeInOnePiece(out, startLine)) {
         return;
     }
-    std::string head(headSize, '\0');
-    composeHead(startLine, head.data());
+    const std::string head = composeHead(startLine);
     CVTP_OBufferWriter writer(bufferSize, false, out, nullptr);
     writeHead(out, head);
     const bool together = getBodyLength() <= roomOf(out);
@@ -133,7 +132,8 @@ void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
 /// the pipe is told to send them.
 ///
 /// @return false when this is another message; nothing has been done then.
-bool CvtpMessageOutImpl::writeInOnePiece(std::ostream& out, std::string_view startLine, std::size_t headSize) {
+bool CvtpMessageOutImpl::writeInOnePiece(std::ostream& out, const StartLine& startLine) {
+    const std::size_t headSize = measureHead(startLine);
     auto* const buffer = out.good() ? Io::PipeBufferBase<char>::from(out.rdbuf()) : nullptr;
     const std::uint64_t size = headSize + bodyLength;
     if (buffer == nullptr || size > static_cast<std::uint64_t>(buffer->room()) || isDebug() || isOutputTraced()) {
@@ -159,15 +159,12 @@ const std::string& CvtpMessageOutImpl::versionText() {
     return text;
 }
 
-std::string CvtpMessageOutImpl::composeStartLine() const {
-    std::string line = owner->getStartLine();
-    StringUtils::putOnOneLine(line);
-    return line;
-}
-
 /// @return the size of the whole head. @throws Io::IllegalStateException a header line is too long.
-std::size_t CvtpMessageOutImpl::measureHead(std::string_view startLine) const {
-    std::size_t size = startLine.size() + 2 * LINE_END.size();
+std::size_t CvtpMessageOutImpl::measureHead(const StartLine& startLine) const {
+    std::size_t size = 2 * LINE_END.size();
+    for (const std::string_view piece : startLine) {
+        size += piece.size();
+    }
     headers.forEach([&size](std::string_view name, std::string_view values) {
         const std::size_t line = name.size() + NAME_END.size() + values.size() + LINE_END.size();
         if (line > MAX_HEADER_LINE) {
@@ -180,16 +177,19 @@ std::size_t CvtpMessageOutImpl::measureHead(std::string_view startLine) const {
 }
 
 /// @param head has the size that was measured.
-void CvtpMessageOutImpl::composeHead(std::string_view startLine, char* head) const {
-    char* place = put(put(head, startLine), LINE_END);
+void CvtpMessageOutImpl::composeHead(const StartLine& startLine, char* head) const {
+    char* place = head;
+    for (const std::string_view piece : startLine) {
+        place = put(place, piece);
+    }
+    place = put(place, LINE_END);
     headers.forEach([&place](std::string_view name, std::string_view values) {
         place = put(put(put(put(place, name), NAME_END), values), LINE_END);
     });
     put(place, LINE_END);
 }
 
-std::string CvtpMessageOutImpl::composeHead() const {
-    const std::string startLine = composeStartLine();
+std::string CvtpMessageOutImpl::composeHead(const StartLine& startLine) const {
     std::string head(measureHead(startLine), '\0');
     composeHead(startLine, head.data());
     return head;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -25,6 +26,10 @@ namespace Cvtp {
 /// builds the start line.
 class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHeaderWriter {
  public:
+    /// A start line as its owner composes it of pieces, which hold no line end and need not be put together
+    /// anywhere but in the message.
+    using StartLine = std::array<std::string_view, 5>;
+
     /// The version that each start line carries, as text.
     static const std::string& versionText();
 
@@ -57,20 +62,19 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     /// Writes the head and the bytes given to setBody(). Where both fit into the buffer of a pipe they leave it in
     /// one piece, and the head counts as committed when they have.
     ///
-    /// @param bufferSize that of the body's writer, in bytes.
+    /// @param startLine the one that the owner would give. @param bufferSize that of the body's writer, in bytes.
     /// @throws as writeHeaders().
-    void writeHeadAndBody(std::ostream& out, int bufferSize);
+    void writeHeadAndBody(std::ostream& out, const StartLine& startLine, int bufferSize);
 
  private:
     struct Free {
         void operator()(char* bytes) const { std::free(bytes); }
     };
 
-    std::string composeStartLine() const;
-    std::size_t measureHead(std::string_view startLine) const;
-    void composeHead(std::string_view startLine, char* head) const;
-    std::string composeHead() const;
-    bool writeInOnePiece(std::ostream& out, std::string_view startLine, std::size_t headSize);
+    std::size_t measureHead(const StartLine& startLine) const;
+    void composeHead(const StartLine& startLine, char* head) const;
+    std::string composeHead(const StartLine& startLine) const;
+    bool writeInOnePiece(std::ostream& out, const StartLine& startLine);
     static void writeHead(std::ostream& out, const std::string& head);
     void commit(std::ostream& out, const std::string& head);
     void report(const std::string& head) const;

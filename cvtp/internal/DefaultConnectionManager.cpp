@@ -1,7 +1,6 @@
 #include "cvtp/internal/DefaultConnectionManager.h"
 
 #include <atomic>
-#include <chrono>
 #include <locale>
 #include <mutex>
 #include <sstream>
@@ -9,6 +8,7 @@
 
 #include "cvtp/internal/LogAndThrow.h"
 #include "io/Exceptions.h"
+#include "io/platform/PipePlatform.h"
 
 namespace Corvane {
 namespace Internal {
@@ -25,11 +25,6 @@ std::atomic<std::uint32_t> nextBinding{1};
 
 /// Serialises the connecting of all pipes of the process.
 std::mutex creationLock;
-
-std::int64_t currentTimeMillis() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
 
 std::string addressOf(const CvPipe* pipe) {
     std::ostringstream text;
@@ -81,14 +76,22 @@ CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std
 std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& pipeName,
                                                                  const std::string& mode) {
     composeKey(wantedKey, pipeName, mode);
-    const auto found = availablePipes.find(wantedKey);
-    if (found == availablePipes.end() || found->second.empty()) {
+    IdlePipes& idle = idlePipesOf(wantedKey);
+    if (idle.empty()) {
         return nullptr;
     }
     // The one that has been idle longest.
-    std::unique_ptr<PipeInfo> info = std::move(found->second.back());
-    found->second.pop_back();
+    std::unique_ptr<PipeInfo> info = std::move(idle.back());
+    idle.pop_back();
     return info;
+}
+
+/// Most clients ask for the same key again and again. No entry ever goes.
+DefaultConnectionManager::IdlePipes& DefaultConnectionManager::idlePipesOf(const std::string& poolKey) {
+    if (lastEntry == nullptr || lastEntry->first != poolKey) {
+        lastEntry = &*availablePipes.try_emplace(poolKey).first;
+    }
+    return lastEntry->second;
 }
 
 std::unique_ptr<PipeInfo> DefaultConnectionManager::createPipe(const std::string& pipeName, const std::string& mode,
@@ -143,8 +146,8 @@ void DefaultConnectionManager::returnPipe(CvPipe* pipe) {
     const auto used = usedPipes.find(pipe);
     if (used != usedPipes.end()) {
         PipeInfo& info = *used->second;
-        info.lastUsed = currentTimeMillis();
-        IdlePipes& idle = availablePipes[info.poolKey];
+        info.lastUsed = Io::Platform::coarseTime();
+        IdlePipes& idle = idlePipesOf(info.poolKey);
         idle.insert(idle.begin(), std::move(used->second));
         sparePlace = usedPipes.extract(used);
         return;
@@ -191,7 +194,7 @@ const PipeInfo* DefaultConnectionManager::findIdle(const CvPipe* pipe) const {
 }
 
 void DefaultConnectionManager::purgeStalePipes() {
-    const std::int64_t now = currentTimeMillis();
+    const std::int64_t now = Io::Platform::coarseTime();
     for (auto& entry : availablePipes) {
         purgeStalePipes(entry.second, now);
     }

@@ -32,6 +32,7 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
     using IdlePipes = std::vector<std::unique_ptr<PipeInfo>>;
 
     std::unique_ptr<PipeInfo> takeIdlePipe(const std::string& pipeName, const std::string& mode);
+    IdlePipes& idlePipesOf(const std::string& poolKey);
     std::unique_ptr<PipeInfo> createPipe(const std::string& pipeName, const std::string& mode,
                                          const std::string& poolKey);
     void connectNewPipe(PipeInfo& info, const std::string& pipeName, const std::string& mode);
@@ -43,6 +44,8 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
 
     /// The idle pipes of each key, the one given back last at the front. Guarded by mutex, as usedPipes is.
     std::map<std::string, IdlePipes> availablePipes;
+    /// The entry that was asked for last; null at first. Guarded by mutex.
+    std::map<std::string, IdlePipes>::value_type* lastEntry = nullptr;
     /// The pipes that are handed out.
     std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>> usedPipes;
     /// The key that is looked for; kept for its memory. Guarded by mutex.

@@ -43,9 +43,9 @@ std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
     std::string_view first;
     std::string_view rest = kept.view();
     while (first.empty() && !rest.empty()) {
-        const HeaderLine line(takeLine(rest));
-        if (CvtpHeaders::isSameName(line.name, name)) {
-            first = CvtpHeader::firstValueIn(line.value);
+        const std::string_view line = takeLine(rest);
+        if (CvtpHeaders::isSameName(line.substr(0, line.find(':')), name)) {
+            first = CvtpHeader::firstValueIn(HeaderLine(line).value);
         }
     }
     return first;

@@ -186,7 +186,8 @@ MixedSweep sweepMixedLists(DefaultConnectionManager& manager, int staleTimeout) 
     for (CvPipe* const old : {inA[0], inB[0], result.inC[0], result.inC[1]}) {
         manager.returnPipe(old);
     }
-    const std::int64_t end = now() + staleTimeout + 2;
+    // The clock of the pool stands still for up to 16 ms.
+    const std::int64_t end = now() + staleTimeout + 20;
     while (now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
