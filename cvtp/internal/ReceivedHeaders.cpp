@@ -29,6 +29,8 @@ HeaderLine::HeaderLine(std::string_view line)
 
 void ReceivedHeaders::keep(std::string_view lines) {
     kept.assign(lines);
+    // Somebody may have asked before they came.
+    sorted.reset();
 }
 
 void ReceivedHeaders::add(std::string_view name, std::string_view value) {
