@@ -10,7 +10,10 @@
 #include <array>
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -278,6 +281,57 @@ TEST_F(CloseStormTest, AnAcceptIsInterruptedOrHasItsClient) {
     EXPECT_EQ(churn.stop(), 0);
     EXPECT_GT(interrupted, ROUNDS / 4);
     EXPECT_THAT(folder.names(), ::testing::IsEmpty());
+}
+
+/// The number of descriptors that the process has open.
+std::ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// What one connection after the other comes to: each brings its mark and is then closed from outside, in a call of
+/// either kind or between two calls.
+std::string useUntilClosed(CvPipe& pipe, char mark) {
+    pipe.connect();
+    std::string outcome = readSome(pipe, 0, 1);
+    if (outcome != std::string(1, mark)) {
+        return "not its mark but: " + outcome;
+    }
+    while (outcome != "CvPipe read aborted." && outcome != "Pipe write aborted.") {
+        outcome = outcomeOf([&] {
+            writeText(pipe, "some");
+            return readSome(pipe, 1);
+        });
+        if (outcome.find("timeout") == std::string::npos && outcome.find("aborted") == std::string::npos) {
+            return outcome;
+        }
+    }
+    return outcomeOf([&] { return readSome(pipe); });
+}
+
+TEST_F(CloseStormTest, OnePipeIsClosedAndConnectedAgainAllTheTime) {
+    const int ROUNDS = 5000;
+    ServerCvPipe server("pipe", true, true);
+    CvPipe client;
+    client.bind("pipe", true, true);
+    Worker worker;
+    RandomMoment moment;
+    const std::ptrdiff_t before = openDescriptors();
+    for (int round = 0; round < ROUNDS; ++round) {
+        const char mark = static_cast<char>(round);
+        std::string outcome;
+        worker.start([&] { outcome = outcomeOf([&] { return useUntilClosed(client, mark); }); });
+        CvPipe accepted;
+        server.accept(accepted);
+        writeText(accepted, std::string(1, mark));
+        // The mark has been read when something comes back.
+        ASSERT_EQ(readSome(accepted, 0, 4), "some");
+        moment.pass(60);
+        client.close();
+        worker.wait();
+        ASSERT_EQ(outcome, "CvPipe read aborted.") << "round " << round;
+        accepted.close();
+        ASSERT_EQ(openDescriptors(), before) << "its last call has ended";
+    }
 }
 
 TEST_F(CloseStormTest, SeveralThreadsMayCloseAtOnce) {
