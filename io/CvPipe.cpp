@@ -207,9 +207,20 @@ int CvPipe::getConnectTimeout() {
 int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
     const Call call(*this);
     const auto* const channel = call.channel();
-    const int count = channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs)
-                                         : static_cast<int>(Platform::ABORTED);
-    switch (count) {
+    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs)
+                                           : static_cast<int>(Platform::ABORTED));
+}
+
+int CvPipe::readBlocks(char* first, int firstLength, char* second, int secondLength) {
+    const Call call(*this);
+    const auto* const channel = call.channel();
+    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, {first, firstLength},
+                                                                   {second, secondLength}, readTimeout)
+                                           : static_cast<int>(Platform::ABORTED));
+}
+
+int CvPipe::countOrThrow(int result) {
+    switch (result) {
         case Platform::READ_TIMED_OUT:
             throw TimeoutException("CvPipe read timeout.");
         case Platform::ABORTED:
@@ -217,7 +228,7 @@ int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
         case Platform::READ_FAILED:
             throw CvPipeException("CvPipe read failed.");
         default:
-            return count < 1 ? -1 : count;
+            return result < 1 ? -1 : result;
     }
 }
 
@@ -231,13 +242,10 @@ void CvPipe::writePipe(const char* buffer, int offset, int length) {
                                           : writeAborted());
 }
 
-void CvPipe::writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
-                         std::size_t piece) {
+void CvPipe::writeBlocks(std::vector<std::string_view>& blocks, std::size_t piece) {
     const Call call(*this);
     const auto* const channel = call.channel();
-    throwUnlessWritten(channel != nullptr
-                           ? Platform::writeBlocks(*channel, {first, firstLength}, {second, secondLength}, piece)
-                           : writeAborted());
+    throwUnlessWritten(channel != nullptr ? Platform::writeBlocks(*channel, blocks, piece) : writeAborted());
 }
 
 int CvPipe::writeAborted() const {

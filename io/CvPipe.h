@@ -8,6 +8,8 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "io/PipeBufferBase.h"
 #include "support/Export.h"
@@ -121,9 +123,12 @@ class CVTP_EXPORT CvPipe {
     /// Makes `channel` the open end.
     void setChannel(std::shared_ptr<Platform::PipeChannel> channel);
     void letGo() noexcept;
-    /// Writes both blocks as if `piece` bytes at a time were given to writePipe().
-    void writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
-                     std::size_t piece);
+    /// Writes all blocks as if `piece` bytes at a time were given to writePipe(). Uses up the list.
+    void writeBlocks(std::vector<std::string_view>& blocks, std::size_t piece);
+    /// readPipe() with the pipe's timeout; what has no room in the first block goes into the second, which may be
+    /// empty.
+    int readBlocks(char* first, int firstLength, char* second, int secondLength);
+    static int countOrThrow(int result);
     int writeAborted() const;
     static void throwUnlessWritten(int result);
 

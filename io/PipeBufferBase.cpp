@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <typeinfo>
+#include <vector>
 
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
@@ -81,13 +82,18 @@ PipeBufferBase<CharT, Traits>* PipeBufferBase<CharT, Traits>::from(std::basic_st
 }
 
 template <class CharT, class Traits>
-std::basic_string_view<CharT, Traits> PipeBufferBase<CharT, Traits>::ahead() const {
+typename PipeBufferBase<CharT, Traits>::Block PipeBufferBase<CharT, Traits>::ahead() const {
     return {this->gptr(), static_cast<std::size_t>(this->egptr() - this->gptr())};
 }
 
 template <class CharT, class Traits>
 void PipeBufferBase<CharT, Traits>::skip(std::size_t n) {
     this->gbump(static_cast<int>(std::min(n, ahead().size())));
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::capacity() const {
+    return bufferSize;
 }
 
 template <class CharT, class Traits>
@@ -197,13 +203,23 @@ std::streamsize PipeBufferBase<CharT, Traits>::xsgetn(CharT* s, std::streamsize 
 
 template <class CharT, class Traits>
 std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsize n) {
+    return readSome(s, n, false);
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::readSomeAndAhead(CharT* s, std::streamsize n) {
+    return readSome(s, n, true);
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsize n, bool isMoreWanted) {
     requireInput();
     if (n <= 0) {
         return 0;
     }
     if (this->gptr() == this->egptr()) {
         if (bufferSize > 0 && n >= bufferSize) {
-            return readStraight(s, n);
+            return readStraight(s, n, isMoreWanted);
         }
         if (Traits::eq_int_type(underflow(), Traits::eof())) {
             return 0;
@@ -213,14 +229,16 @@ std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsiz
 }
 
 template <class CharT, class Traits>
-std::streamsize PipeBufferBase<CharT, Traits>::readStraight(CharT* s, std::streamsize n) {
-    const auto limit = std::min<std::streamsize>(n, std::numeric_limits<int>::max());
-    const int count = std::max(pipe->readPipe(s, 0, static_cast<int>(limit), pipe->getReadTimeout()), 0);
+std::streamsize PipeBufferBase<CharT, Traits>::readStraight(CharT* s, std::streamsize n, bool isMoreWanted) {
+    const int limit = static_cast<int>(std::min<std::streamsize>(n, std::numeric_limits<int>::max()));
+    // What is read ahead leaves a place for the byte before it.
+    const int count = std::max(pipe->readBlocks(s, limit, buffer + 1, isMoreWanted ? bufferSize - 1 : 0), 0);
+    const int straight = std::min(count, limit);
     // The last byte stands where it can be put back, as after any other read; what stood there before is stale.
-    const int kept = std::min(count, 1);
-    Traits::copy(buffer, s + count - kept, static_cast<std::size_t>(kept));
-    this->setg(buffer, buffer + kept, buffer + kept);
-    return count;
+    const int kept = std::min(straight, 1);
+    Traits::copy(buffer, s + straight - kept, static_cast<std::size_t>(kept));
+    this->setg(buffer, buffer + kept, buffer + kept + (count - straight));
+    return straight;
 }
 
 /// Takes what the get area holds.
@@ -246,38 +264,59 @@ std::streamsize PipeBufferBase<CharT, Traits>::xsputn(const CharT* s, std::strea
     if (bufferSize == 0) {
         return 0;
     }
-    std::streamsize taken = 0;
-    if (n > room()) {
-        taken = writeWholeBuffers(s, n);
-    }
-    putDown(s + taken, n - taken);
+    const Block block(s, static_cast<std::size_t>(n));
+    putBlocks(&block, &block + 1);
     return n;
 }
 
-/// Writes as many whole buffers as the put area and `s` make together and still leave a byte: the put area first,
-/// then straight from the caller's memory.
-///
-/// @return how many of the bytes at `s` were written.
 template <class CharT, class Traits>
-std::streamsize PipeBufferBase<CharT, Traits>::writeWholeBuffers(const CharT* s, std::streamsize n) {
+void PipeBufferBase<CharT, Traits>::putBlocks(const Block* begin, const Block* end) {
+    requireOutput();
+    std::streamsize n = 0;
+    for (const Block* block = begin; block != end; ++block) {
+        n += static_cast<std::streamsize>(block->size());
+    }
+    if (n > room()) {
+        begin = writeWholeBuffers(begin, n);
+    }
+    for (; begin != end; ++begin) {
+        putDown(*begin);
+    }
+}
+
+/// Writes as many whole buffers as the put area and the blocks, `n` bytes, make together and still leave a byte:
+/// the put area first, then straight from the caller's memory. Puts down the rest of the block in which they end.
+///
+/// @return the block behind that.
+template <class CharT, class Traits>
+const typename PipeBufferBase<CharT, Traits>::Block* PipeBufferBase<CharT, Traits>::writeWholeBuffers(
+    const Block* block, std::streamsize n) {
     const std::streamsize held = this->pptr() - this->pbase();
     const std::streamsize straight = (held + n - 1) / bufferSize * bufferSize - held;
+    std::vector<Block> blocks;
+    std::size_t left = static_cast<std::size_t>(straight);
+    for (; left >= block->size(); ++block) {
+        left -= block->size();
+        blocks.push_back(*block);
+    }
+    blocks.push_back(block->substr(0, left));
     if (straight <= COPIED_AT_MOST && straight == room()) {
         // For a few bytes two blocks cost more than a copy.
-        putDown(s, straight);
+        std::for_each(blocks.begin(), blocks.end(), [this](const Block& few) { putDown(few); });
         writePutArea();
     } else {
-        pipe->writeBlocks(buffer, static_cast<std::size_t>(held), s, static_cast<std::size_t>(straight),
-                          static_cast<std::size_t>(bufferSize));
+        blocks.insert(blocks.begin(), Block(buffer, static_cast<std::size_t>(held)));
+        pipe->writeBlocks(blocks, static_cast<std::size_t>(bufferSize));
         this->setp(buffer, buffer + bufferSize);
     }
-    return straight;
+    putDown(block->substr(left));
+    return block + 1;
 }
 
 template <class CharT, class Traits>
-void PipeBufferBase<CharT, Traits>::putDown(const CharT* s, std::streamsize n) {
-    Traits::copy(this->pptr(), s, static_cast<std::size_t>(n));
-    this->pbump(static_cast<int>(n));
+void PipeBufferBase<CharT, Traits>::putDown(const Block& block) {
+    Traits::copy(this->pptr(), block.data(), block.size());
+    this->pbump(static_cast<int>(block.size()));
 }
 
 template <class CharT, class Traits>

@@ -26,6 +26,7 @@ template <class CharT, class Traits = std::char_traits<CharT>>
 class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
  public:
     using int_type = typename Traits::int_type;
+    using Block = std::basic_string_view<CharT, Traits>;
 
     /// @param pipe not owned.
     /// @param mode the value of std::ios_base::in or std::ios_base::out.
@@ -39,9 +40,12 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     static PipeBufferBase* from(std::basic_streambuf<CharT, Traits>* buffer);
 
     /// What was read ahead. Valid until the next call that reads.
-    std::basic_string_view<CharT, Traits> ahead() const;
+    Block ahead() const;
     /// Takes the first `n` of it away.
     void skip(std::size_t n);
+
+    /// The size of the buffer in bytes; 0 without one.
+    std::streamsize capacity() const;
 
     /// How many more bytes it takes before it has to write to the pipe; 0 without a buffer, and for input.
     std::streamsize room() const;
@@ -50,11 +54,17 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     /// buffer. `n` is at most room().
     CharT* claim(std::size_t n);
 
+    /// Writes blocks, one behind the other, as if they were one. Needs a buffer.
+    void putBlocks(const Block* begin, const Block* end);
+
     /// Reads at least one byte and at most `n`, and waits only when none is there; many are read straight into
     /// `s`.
     ///
     /// @return the number of bytes; 0 at the end of data.
     std::streamsize readSome(CharT* s, std::streamsize n);
+
+    /// The same; what has come behind many bytes is read ahead with them.
+    std::streamsize readSomeAndAhead(CharT* s, std::streamsize n);
 
  protected:
     /// Each of these throws CvPipeException when the buffer is of the other direction.
@@ -73,9 +83,10 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     void requireInput() const;
     void requireOutput() const;
     void writePutArea();
-    std::streamsize writeWholeBuffers(const CharT* s, std::streamsize n);
-    void putDown(const CharT* s, std::streamsize n);
-    std::streamsize readStraight(CharT* s, std::streamsize n);
+    const Block* writeWholeBuffers(const Block* block, std::streamsize n);
+    void putDown(const Block& block);
+    std::streamsize readSome(CharT* s, std::streamsize n, bool isMoreWanted);
+    std::streamsize readStraight(CharT* s, std::streamsize n, bool isMoreWanted);
     std::streamsize pickUp(CharT* s, std::streamsize n);
     void writeUnbuffered(const CharT* s, std::streamsize n);
     /// Forgets what was read ahead, or not written yet.

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <ostream>
+#include <string_view>
 
 #include "support/OWriter.h"
 
@@ -11,9 +12,9 @@ namespace Corvane {
 /// Writes bytes to a stream, either as they are or in chunks: the size of a chunk in hexadecimal, CR LF, its bytes,
 /// CR LF. close() of a chunked writer adds the last chunk, "0" CR LF CR LF.
 ///
-/// Chunked, it collects bytes until a chunk is full; a block that fills a chunk alone is not copied: it goes from
-/// the caller's memory to the stream. Without chunks it holds nothing back, since the stream has a buffer of its
-/// own. What the stream throws passes through; the bytes of the chunk that was being written are dropped then.
+/// Chunked, it collects bytes until a chunk is full; the part of a block that fills a chunk is not copied: it goes
+/// from the caller's memory to the stream. Without chunks it holds nothing back, since the stream has a buffer of
+/// its own. What the stream throws passes through; the bytes of the chunk that was being written are dropped then.
 class OBufferWriter : public OWriter {
  public:
     /// @param stream not owned. @param bufferSize the size of a full chunk in bytes; below 1 counts as 1.
@@ -25,10 +26,16 @@ class OBufferWriter : public OWriter {
     /// A second call does nothing. Nothing may be written after it.
     void close() override;
 
+ protected:
+    using Block = std::string_view;
+
+    /// Writes blocks, one behind the other: to the stream, one at a time, where a derived class knows no better.
+    virtual void writeBlocks(const Block* begin, const Block* end);
+
  private:
-    void collect(const char* data, std::size_t length);
+    Block writeFullChunks(Block data);
+    void collect(Block data);
     void writeHeld();
-    void writeChunk(const char* data, std::size_t length);
 
     std::ostream& stream;
     const std::size_t chunkSize;

@@ -5,10 +5,29 @@
 #include "cvtp/internal/StreamUtil.h"
 #include "cvtp/internal/TransferSummary.h"
 #include "io/Exceptions.h"
+#include "io/PipeBufferBase.h"
 
 namespace Corvane {
 namespace Internal {
 namespace Cvtp {
+
+CVTP_OBufferWriter::PipeWriter::PipeWriter(std::ostream& stream, int bufferSize, bool chunked)
+    : OBufferWriter(stream, bufferSize, chunked), stream(stream) {}
+
+/// A stream that has failed, or a pipe without a buffer, is left to the stream.
+void CVTP_OBufferWriter::PipeWriter::writeBlocks(const Block* begin, const Block* end) {
+    auto* const pipe = stream.good() ? Io::PipeBufferBase<char>::from(stream.rdbuf()) : nullptr;
+    if (pipe == nullptr || pipe->capacity() == 0) {
+        OBufferWriter::writeBlocks(begin, end);
+        return;
+    }
+    try {
+        pipe->putBlocks(begin, end);
+    } catch (...) {
+        StreamUtil::setState(stream, std::ios::badbit);
+        throw;
+    }
+}
 
 CVTP_OBufferWriter::CVTP_OBufferWriter(int bufferSize, bool chunked, std::ostream& stream,
                                        CvtpHeaderWriter* headerWriter)

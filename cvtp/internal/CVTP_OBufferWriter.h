@@ -36,7 +36,19 @@ class CVTP_OBufferWriter : public OWriter {
     void start();
     void report();
 
-    OBufferWriter inner;
+    /// Gives blocks to the buffer of a pipe together, which spares calls of the system.
+    class PipeWriter : public OBufferWriter {
+     public:
+        PipeWriter(std::ostream& stream, int bufferSize, bool chunked);
+
+     protected:
+        void writeBlocks(const Block* begin, const Block* end) override;
+
+     private:
+        std::ostream& stream;
+    };
+
+    PipeWriter inner;
     std::ostream& stream;
     bool started = false;
     bool sent = false;

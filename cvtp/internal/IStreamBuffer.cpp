@@ -14,12 +14,15 @@ namespace Cvtp {
 namespace {
 
 /// Reads at least one byte and at most n, and waits only when none is there; none only at the end.
+///
+/// @param isMoreWanted what comes behind the n bytes is soon read, too.
 template <class CharT>
-std::size_t readSome(std::basic_streambuf<CharT>& source, CharT* target, std::streamsize n) {
+std::size_t readSome(std::basic_streambuf<CharT>& source, CharT* target, std::streamsize n, bool isMoreWanted) {
     using Traits = typename std::basic_streambuf<CharT>::traits_type;
     if (auto* const pipe = Io::PipeBufferBase<CharT>::from(&source)) {
         // Straight from the pipe where it can be.
-        return static_cast<std::size_t>(pipe->readSome(target, n));
+        return static_cast<std::size_t>(isMoreWanted ? pipe->readSomeAndAhead(target, n)
+                                                     : pipe->readSome(target, n));
     }
     if (Traits::eq_int_type(source.sgetc(), Traits::eof())) {
         return 0;
@@ -134,7 +137,9 @@ std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
 template <class CharT>
 std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n) {
     const std::uint64_t size = std::min<std::uint64_t>(n, remaining);
-    const std::size_t count = readSome(*stream.rdbuf(), target, static_cast<std::streamsize>(size));
+    // A chunk is read with its end and the size of the next one. Behind a counted body there may be nothing.
+    const bool isMoreWanted = chunked && size == remaining;
+    const std::size_t count = readSome(*stream.rdbuf(), target, static_cast<std::streamsize>(size), isMoreWanted);
     if (count == 0) {
         return 0;
     }

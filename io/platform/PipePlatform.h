@@ -5,6 +5,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 /// What the transport needs of the operating system. Each platform folder implements all of it.
 ///
@@ -70,22 +72,31 @@ int openChannel(const std::string& path, bool readable, bool writable, int timeo
 /// @return the count; 0 at the end of data; READ_TIMED_OUT, READ_FAILED or ABORTED. A null channel is READ_FAILED.
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs);
 
+/// Memory that waits for bytes.
+struct Room {
+    char* data;
+    int length;
+};
+
+/// The same into two places: what has no room in the first one goes into the second one, which may be empty.
+///
+/// @return as the other; the count is that of both together.
+int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs);
+
 /// Writes all of it.
 ///
 /// @return SUCCESS, WRITE_FAILED, WRITE_TIMED_OUT, WRITE_BROKEN or ABORTED. A null channel is WRITE_FAILED.
 int writeChannel(const ChannelHandle& channel, const char* buffer, int length);
 
 /// Bytes of somebody else's.
-struct Block {
-    const char* data;
-    std::size_t length;
-};
+using Block = std::string_view;
 
-/// Writes two blocks, one behind the other, in as few calls of the system as it can. The other end has the time of
-/// a write for each `piece` bytes; where the system does not show how far a write has come, for a few pieces.
+/// Writes blocks, one behind the other, in as few calls of the system as it can. The other end has the time of a
+/// write for each `piece` bytes; where the system does not show how far a write has come, for a few pieces.
 ///
+/// @param blocks are used up as they are written.
 /// @return as writeChannel().
-int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece);
+int writeBlocks(const ChannelHandle& channel, std::vector<Block>& blocks, std::size_t piece);
 
 /// Ends the operations that are pending and all later ones. A null channel is only logged.
 int closeChannel(const ChannelHandle& channel);

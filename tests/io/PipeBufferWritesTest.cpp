@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "io/CvPipe.h"
@@ -29,21 +32,14 @@ void PrintTo(const Write& write, std::ostream* out) {
 }
 
 struct Blocks {
-    const char* first;
-    std::size_t firstLength;
-    const char* second;
-    std::size_t secondLength;
+    std::vector<Write> all;
     std::size_t piece;
 
-    bool operator==(const Blocks& other) const {
-        return first == other.first && firstLength == other.firstLength && second == other.second &&
-               secondLength == other.secondLength && piece == other.piece;
-    }
+    bool operator==(const Blocks& other) const { return all == other.all && piece == other.piece; }
 };
 
 void PrintTo(const Blocks& blocks, std::ostream* out) {
-    *out << static_cast<const void*>(blocks.first) << " " << blocks.firstLength << " "
-         << static_cast<const void*>(blocks.second) << " " << blocks.secondLength << " " << blocks.piece;
+    *out << ::testing::PrintToString(blocks.all) << " by " << blocks.piece;
 }
 
 struct Read {
@@ -58,8 +54,12 @@ void PrintTo(const Read& read, std::ostream* out) {
 }
 
 std::vector<Write> writes;
-std::vector<Blocks> blocks;
+/// All of the bytes.
+std::string written;
+std::vector<Blocks> writtenBlocks;
 std::vector<Read> reads;
+/// How much each straight read may read ahead.
+std::vector<int> aheads;
 /// What each read delivers, one after another; then the end of data.
 std::vector<std::string> incoming;
 bool isBroken = false;
@@ -87,16 +87,35 @@ int CvPipe::readPipe(char* buffer, int offset, int length, int) {
     return static_cast<int>(data.copy(buffer + offset, static_cast<std::size_t>(length)));
 }
 
+int CvPipe::readBlocks(char* first, int firstLength, char* second, int secondLength) {
+    const std::vector<std::string> before = Testing::incoming;
+    const int count = readPipe(first, 0, firstLength, readTimeout);
+    Testing::aheads.push_back(secondLength);
+    if (count < firstLength) {
+        return count;
+    }
+    return count + static_cast<int>(before.front()
+                                        .substr(static_cast<std::size_t>(count))
+                                        .copy(second, static_cast<std::size_t>(secondLength)));
+}
+
 void CvPipe::writePipe(const char* buffer, int offset, int length) {
     Testing::writes.push_back({buffer + offset, length});
+    Testing::written.append(buffer + offset, static_cast<std::size_t>(std::min(length, 100)));
     if (Testing::isBroken) {
         throw BrokenPipeException("Pipe was closed at other end.");
     }
 }
 
-void CvPipe::writeBlocks(const char* first, std::size_t firstLength, const char* second, std::size_t secondLength,
-                         std::size_t piece) {
-    Testing::blocks.push_back({first, firstLength, second, secondLength, piece});
+void CvPipe::writeBlocks(std::vector<std::string_view>& blocks, std::size_t piece) {
+    Testing::writtenBlocks.push_back({{}, piece});
+    for (const std::string_view& block : blocks) {
+        Testing::written += block;
+        // Whoever writes them leaves empty ones out.
+        if (!block.empty()) {
+            Testing::writtenBlocks.back().all.push_back({block.data(), static_cast<int>(block.size())});
+        }
+    }
     if (Testing::isBroken) {
         throw BrokenPipeException("Pipe was closed at other end.");
     }
@@ -115,8 +134,10 @@ class PipeBufferWrites : public ::testing::Test {
  protected:
     PipeBufferWrites() {
         writes.clear();
-        blocks.clear();
+        written.clear();
+        writtenBlocks.clear();
         reads.clear();
+        aheads.clear();
         incoming.clear();
         isBroken = false;
     }
@@ -159,7 +180,7 @@ TEST_F(PipeBufferWrites, WholeBuffersAreWrittenStraightFromTheCallersMemory) {
     out.pubsetbuf(memory, 8);
     EXPECT_EQ(out.sputn("abc", 3), 3);
     EXPECT_EQ(out.sputn(text.data(), 23), 23);
-    EXPECT_EQ(blocks, (AllBlocks{{memory, 3, text.data(), 21, 8}}));
+    EXPECT_EQ(writtenBlocks, (AllBlocks{{{{memory, 3}, {text.data(), 21}}, 8}}));
     EXPECT_EQ(writes, Writes());
     EXPECT_EQ(out.pubsync(), 0);
     EXPECT_EQ(writes, (Writes{{memory, 2}}));
@@ -170,7 +191,7 @@ TEST_F(PipeBufferWrites, TheLastBufferStaysUntilOneMoreByteComes) {
     const std::string text(32, 'x');
     out.pubsetbuf(memory, 8);
     EXPECT_EQ(out.sputn(text.data(), 32), 32);
-    EXPECT_EQ(blocks, (AllBlocks{{memory, 0, text.data(), 24, 8}}));
+    EXPECT_EQ(writtenBlocks, (AllBlocks{{{{text.data(), 24}}, 8}}));
     EXPECT_EQ(out.room(), 0);
     EXPECT_EQ(out.sputc('y'), 'y');
     EXPECT_EQ(writes, (Writes{{memory, 8}}));
@@ -182,7 +203,7 @@ TEST_F(PipeBufferWrites, ABufferThatAFewBytesFillIsWrittenByItself) {
     EXPECT_EQ(out.sputn("abcde", 5), 5);
     EXPECT_EQ(out.sputn("fghi", 4), 4);
     EXPECT_EQ(writes, (Writes{{memory, 8}}));
-    EXPECT_EQ(blocks, AllBlocks());
+    EXPECT_EQ(writtenBlocks, AllBlocks());
     EXPECT_EQ(out.room(), 7);
 }
 
@@ -191,7 +212,7 @@ TEST_F(PipeBufferWrites, ALargeBufferIsNotFilledByACopy) {
     const std::string text(5001, 'x');
     out.pubsetbuf(large.get(), 5000);
     EXPECT_EQ(out.sputn(text.data(), 5001), 5001);
-    EXPECT_EQ(blocks, (AllBlocks{{large.get(), 0, text.data(), 5000, 5000}}));
+    EXPECT_EQ(writtenBlocks, (AllBlocks{{{{text.data(), 5000}}, 5000}}));
     EXPECT_EQ(out.room(), 4999);
 }
 
@@ -203,6 +224,51 @@ TEST_F(PipeBufferWrites, BlocksThatFailedLeaveTheBufferAsItWas) {
     EXPECT_THROW(out.sputn(text.data(), 20), Io::BrokenPipeException);
     EXPECT_EQ(out.room(), 5);
     EXPECT_EQ(std::string(memory, 3), "abc");
+}
+
+TEST_F(PipeBufferWrites, SeveralBlocksAreWrittenAsIfTheyWereOne) {
+    const std::string held = "ABCDEFGH";
+    const std::string text = "abcdefghijklmnopqrst";
+    for (std::size_t before = 0; before <= 8; ++before) {
+        for (std::size_t n = 0; n < 100 * text.size(); ++n) {
+            // Some of the ways to make three blocks of it, empty ones among them.
+            const std::size_t first = n % text.size();
+            const std::size_t second = first + n / 100 % (text.size() - first);
+            const std::string_view blocks[] = {{text.data(), first},
+                                               {text.data() + first, second - first},
+                                               {text.data() + second, text.size() - second}};
+            Io::PipeBufferBase<char> buffer(&pipe, static_cast<int>(std::ios_base::out));
+            buffer.pubsetbuf(memory, 8);
+            written.clear();
+            buffer.sputn(held.data(), static_cast<std::streamsize>(before));
+            buffer.putBlocks(std::begin(blocks), std::end(blocks));
+            // One more byte must come before the last buffer goes.
+            ASSERT_EQ(written.size(), (before + text.size() - 1) / 8 * 8)
+                << before << " " << first << " " << second;
+            buffer.pubsync();
+            ASSERT_EQ(written, held.substr(0, before) + text) << before << " " << first << " " << second;
+        }
+    }
+}
+
+TEST_F(PipeBufferWrites, SeveralBlocksLeaveTogether) {
+    const std::string text = "abcdefghijklmnopqrst";
+    const std::string_view blocks[] = {{text.data(), 9}, {text.data() + 9, 2}, {text.data() + 11, 9}};
+    out.pubsetbuf(memory, 8);
+    EXPECT_EQ(out.sputn("xy", 2), 2);
+    out.putBlocks(std::begin(blocks), std::end(blocks));
+    EXPECT_EQ(writtenBlocks,
+              (AllBlocks{{{{memory, 2}, {text.data(), 9}, {text.data() + 9, 2}, {text.data() + 11, 3}}, 8}}));
+    EXPECT_EQ(out.room(), 2);
+}
+
+TEST_F(PipeBufferWrites, BlocksThatHaveRoomAreNotWritten) {
+    const std::string_view blocks[] = {"abc", "", "defgh"};
+    out.pubsetbuf(memory, 8);
+    out.putBlocks(std::begin(blocks), std::end(blocks));
+    EXPECT_EQ(written, "");
+    EXPECT_EQ(std::string(memory, 8), "abcdefgh");
+    EXPECT_THROW(in.putBlocks(std::begin(blocks), std::end(blocks)), Io::CvPipeException);
 }
 
 TEST_F(PipeBufferWrites, HasNoRoomWithoutABufferNorForInput) {
@@ -235,6 +301,29 @@ TEST_F(PipeBufferWrites, TheLastByteOfAStraightReadCanBePutBack) {
     EXPECT_EQ(in.sbumpc(), 'u');
     EXPECT_EQ(in.sgetn(target, 10), 5);
     EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "not behind the end";
+}
+
+TEST_F(PipeBufferWrites, WhatComesBehindAStraightReadIsReadAhead) {
+    char target[20] = {};
+    incoming = {"abcdefghijklmnop", "qrstuvwxyz"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.readSomeAndAhead(target, 12), 12);
+    EXPECT_EQ(std::string(target, 12), "abcdefghijkl");
+    EXPECT_EQ(in.ahead(), "mnop");
+    EXPECT_EQ(in.sungetc(), 'l');
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "there is one only";
+    EXPECT_EQ(in.sgetn(target, 5), 5);
+    EXPECT_EQ(std::string(target, 5), "lmnop");
+    // A place is left for the byte before.
+    EXPECT_EQ(aheads, std::vector<int>{7});
+    EXPECT_EQ(in.readSomeAndAhead(target, 12), 10);
+    EXPECT_EQ(in.ahead(), "");
+    EXPECT_EQ(in.sungetc(), 'z');
+    EXPECT_EQ(in.sbumpc(), 'z');
+    EXPECT_EQ(in.readSomeAndAhead(target, 12), 0);
+    EXPECT_EQ(in.ahead(), "");
+    EXPECT_EQ(in.readSome(target, 12), 0);
+    EXPECT_EQ(aheads, (std::vector<int>{7, 7, 7, 0}));
 }
 
 TEST_F(PipeBufferWrites, ThroughABufferOfNothingNothingIsRead) {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cvtp/internal/Logging.h"
 #include "io/platform/posix/SocketCalls.h"
@@ -22,12 +23,6 @@ namespace Platform {
 namespace {
 
 using namespace Internal::Cvtp;
-
-/// A write of so many bytes asks for a larger send buffer of the socket. Bytes.
-const std::size_t LARGE_WRITE = 16 * 1024;
-
-/// Lets the other end take large bodies in long runs; beyond this nothing is gained. Bytes.
-const int SEND_BUFFER_SIZE = 1024 * 1024;
 
 /// There is no event here, but the line of the log keeps its form.
 const char* const NO_EVENT = "-1";
@@ -90,14 +85,18 @@ void logClose(int descriptor, int error) noexcept {
     }
 }
 
-/// Takes what was written off both blocks.
-void drop(Block& first, Block& second, std::size_t count) {
-    for (Block* const block : {&first, &second}) {
-        const std::size_t taken = std::min(count, block->length);
-        block->data += taken;
-        block->length -= taken;
-        count -= taken;
+/// Takes what was written off the blocks.
+///
+/// @return the first one that has bytes left.
+Block* drop(Block* begin, const Block* end, std::size_t count) {
+    while (begin != end && count >= begin->size()) {
+        count -= begin->size();
+        ++begin;
     }
+    if (begin != end) {
+        begin->remove_prefix(count);
+    }
+    return begin;
 }
 
 bool isBroken(int error) {
@@ -120,14 +119,14 @@ bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
     return true;
 }
 
-int PipeChannel::read(char* buffer, int length, int timeoutMs) {
+int PipeChannel::read(Room first, Room second, int timeoutMs) {
     if (closed.load()) {
         return ABORTED;
     }
     if (!readable) {
         return readFailed(EACCES);
     }
-    if (length <= 0) {
+    if (first.length <= 0) {
         return 0;
     }
     const Deadline deadline(timeoutMs);
@@ -136,7 +135,7 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
         if (!applyReceiveTimeout(wait)) {
             return readFailed(errno);
         }
-        const ssize_t count = receive(buffer, static_cast<std::size_t>(length));
+        const ssize_t count = receive(first, second);
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
             return static_cast<int>(count);
@@ -161,12 +160,12 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
 }
 
 /// A receive that blocks, at first perhaps by trying again and again.
-ssize_t PipeChannel::receive(char* buffer, std::size_t length) const {
+ssize_t PipeChannel::receive(const Room& first, const Room& second) const {
     if (Spinning::isDue()) {
         // Most of the time the first try tells, and the clock is not needed.
         std::optional<Deadline::Moment> end;
         do {
-            const ssize_t count = SocketCalls::receiveNow(socket.get(), buffer, length);
+            const ssize_t count = SocketCalls::receiveNow(socket.get(), first, second);
             if (count >= 0 || errno != EAGAIN) {
                 Spinning::note(true);
                 return count;
@@ -177,7 +176,7 @@ ssize_t PipeChannel::receive(char* buffer, std::size_t length) const {
         } while (!closed.load() && calls().now() < *end);
         Spinning::note(false);
     }
-    return SocketCalls::receive(socket.get(), buffer, length);
+    return SocketCalls::receive(socket.get(), first, second);
 }
 
 int PipeChannel::writeFailed(int error, bool waited) const {
@@ -195,11 +194,13 @@ int PipeChannel::writeFailed(int error, bool waited) const {
 }
 
 int PipeChannel::write(const char* buffer, int length) {
-    const std::size_t size = static_cast<std::size_t>(length);
-    return write({nullptr, 0}, {buffer, size}, size);
+    Block block(buffer, static_cast<std::size_t>(length));
+    return write(&block, &block + 1, block.size());
 }
 
-int PipeChannel::write(Block first, Block second, std::size_t piece) {
+/// The send buffer of the socket stays as the system makes it: in a larger one the bytes are out of the processor's
+/// cache when the other end takes them.
+int PipeChannel::write(Block* begin, Block* end, std::size_t piece) {
     if (closed.load()) {
         return writeAborted();
     }
@@ -210,11 +211,12 @@ int PipeChannel::write(Block first, Block second, std::size_t piece) {
     std::optional<Deadline> deadline;
     bool waited = false;
     std::size_t sinceDeadline = 0;
-    while (first.length + second.length > 0) {
-        const ssize_t count = send(first, second);
+    begin = drop(begin, end, 0);
+    while (begin != end) {
+        const ssize_t count = SocketCalls::sendNow(socket.get(), begin, end);
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
-            drop(first, second, static_cast<std::size_t>(count));
+            begin = drop(begin, end, static_cast<std::size_t>(count));
             sinceDeadline += static_cast<std::size_t>(count);
             if (sinceDeadline >= piece) {
                 sinceDeadline %= piece;
@@ -234,22 +236,6 @@ int PipeChannel::write(Block first, Block second, std::size_t piece) {
         }
     }
     return SUCCESS;
-}
-
-ssize_t PipeChannel::send(const Block& first, const Block& second) {
-    if (first.length + second.length >= LARGE_WRITE && !widened) {
-        widen();
-    }
-    if (first.length == 0) {
-        return SocketCalls::sendNow(socket.get(), second.data, second.length);
-    }
-    return SocketCalls::sendNow(socket.get(), first, second);
-}
-
-/// Not for each connection: most never write so much. A socket that stays as it was is slower, no more.
-void PipeChannel::widen() {
-    widened = true;
-    static_cast<void>(SocketCalls::setSendBuffer(socket.get(), SEND_BUFFER_SIZE));
 }
 
 /// Waits, after a try that found no room; the first time sets the deadline. Also SUCCESS at the deadline, for a
@@ -277,7 +263,11 @@ void PipeChannel::close() {
 }
 
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
-    return channel ? channel->read(buffer, length, timeoutMs) : readFailed(EBADF);
+    return readChannel(channel, {buffer, length}, {nullptr, 0}, timeoutMs);
+}
+
+int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs) {
+    return channel ? channel->read(first, second, timeoutMs) : readFailed(EBADF);
 }
 
 int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
@@ -287,8 +277,9 @@ int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
     return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", EBADF);
 }
 
-int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece) {
-    return channel ? channel->write(first, second, piece) : writeFailed("WriteFile error: ", EBADF);
+int writeBlocks(const ChannelHandle& channel, std::vector<Block>& blocks, std::size_t piece) {
+    return channel ? channel->write(blocks.data(), blocks.data() + blocks.size(), piece)
+                   : writeFailed("WriteFile error: ", EBADF);
 }
 
 int closeChannel(const ChannelHandle& channel) {

@@ -23,22 +23,20 @@ class PipeChannel {
     PipeChannel(FileDescriptor socket, bool readable, bool writable);
 
     /// See readChannel().
-    int read(char* buffer, int length, int timeoutMs);
+    int read(Room first, Room second, int timeoutMs);
 
     /// See writeChannel().
     int write(const char* buffer, int length);
 
     /// See writeBlocks().
-    int write(Block first, Block second, std::size_t piece);
+    int write(Block* begin, Block* end, std::size_t piece);
 
     /// See closeChannel().
     void close();
 
  private:
-    ssize_t receive(char* buffer, std::size_t length) const;
+    ssize_t receive(const Room& first, const Room& second) const;
     bool applyReceiveTimeout(int timeoutMs);
-    void widen();
-    ssize_t send(const Block& first, const Block& second);
     int waitForRoom(std::optional<Deadline>& deadline) const;
     int writeFailed(int error, bool waited) const;
 
@@ -48,8 +46,6 @@ class PipeChannel {
     /// The process that made it. A child that was forked shares the socket and must not end it for its parent.
     const pid_t owner;
     std::atomic<bool> closed{false};
-    /// The send buffer of the socket was made larger.
-    bool widened = false;
     /// What the socket's receive timeout is at present, in milliseconds; saves a system call for each read.
     int receiveTimeout = 0;
 };

@@ -14,11 +14,26 @@ namespace SocketCalls {
 
 namespace {
 
+/// The most blocks that go out in one call; the system takes more, but to bring them there costs time, too.
+const std::size_t SENT_AT_ONCE = 32;
+
 int setTimeout(int socket, int option, int timeoutMs) {
     timeval timeout{};
     timeout.tv_sec = timeoutMs / 1000;
     timeout.tv_usec = (timeoutMs % 1000) * 1000;
     return calls().setsockopt(socket, SOL_SOCKET, option, &timeout, sizeof(timeout));
+}
+
+ssize_t receiveWith(int socket, const Room& first, const Room& second, int flags) {
+    if (second.length <= 0) {
+        return calls().recv(socket, first.data, static_cast<std::size_t>(first.length), flags);
+    }
+    iovec parts[] = {{first.data, static_cast<std::size_t>(first.length)},
+                     {second.data, static_cast<std::size_t>(second.length)}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    return calls().recvmsg(socket, &message, flags);
 }
 
 const sockaddr* generic(const sockaddr_un& address) {
@@ -55,34 +70,27 @@ FileDescriptor acceptClient(int socket) {
     return FileDescriptor(calls().accept4(socket, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
-ssize_t receive(int socket, char* buffer, std::size_t length) {
-    return calls().recv(socket, buffer, length, 0);
+ssize_t receive(int socket, const Room& first, const Room& second) {
+    return receiveWith(socket, first, second, 0);
 }
 
-ssize_t receiveNow(int socket, char* buffer, std::size_t length) {
-    return calls().recv(socket, buffer, length, MSG_DONTWAIT);
+ssize_t receiveNow(int socket, const Room& first, const Room& second) {
+    return receiveWith(socket, first, second, MSG_DONTWAIT);
 }
 
-ssize_t sendNow(int socket, const char* buffer, std::size_t length) {
-    return calls().send(socket, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-}
-
-ssize_t sendNow(int socket, const Block& first, const Block& second) {
-    iovec parts[2];
+ssize_t sendNow(int socket, const Block* begin, const Block* end) {
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+    if (end - begin == 1) {
+        return calls().send(socket, begin->data(), begin->size(), flags);
+    }
+    iovec parts[SENT_AT_ONCE];
     msghdr message{};
     message.msg_iov = parts;
-    for (const Block& block : {first, second}) {
-        if (block.length > 0) {
-            // The system only reads it, but its structure serves reading and writing.
-            parts[message.msg_iovlen].iov_base = const_cast<char*>(block.data);
-            parts[message.msg_iovlen++].iov_len = block.length;
-        }
+    for (; begin != end && message.msg_iovlen < SENT_AT_ONCE; ++begin) {
+        // The system only reads it, but its structure serves reading and writing.
+        parts[message.msg_iovlen++] = {const_cast<char*>(begin->data()), begin->size()};
     }
-    return calls().sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-}
-
-int setSendBuffer(int socket, int size) {
-    return calls().setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
+    return calls().sendmsg(socket, &message, flags);
 }
 
 int waitFor(int descriptor, short events, int timeoutMs) {

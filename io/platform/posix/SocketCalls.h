@@ -31,19 +31,15 @@ int listenForOne(int socket);
 /// A blocking socket, closed on exec; none when there is no client or the call failed.
 FileDescriptor acceptClient(int socket);
 
-ssize_t receive(int socket, char* buffer, std::size_t length);
+/// Fills the first, then the second, which may be empty.
+ssize_t receive(int socket, const Room& first, const Room& second);
 
 /// What is there; EAGAIN when that is nothing.
-ssize_t receiveNow(int socket, char* buffer, std::size_t length);
+ssize_t receiveNow(int socket, const Room& first, const Room& second);
 
-/// Sends what fits at once, and raises no signal when the other end is gone.
-ssize_t sendNow(int socket, const char* buffer, std::size_t length);
-
-/// The same for two blocks, the first of which may be empty.
-ssize_t sendNow(int socket, const Block& first, const Block& second);
-
-/// Lets the socket hold so many bytes that the other end has not taken yet.
-int setSendBuffer(int socket, int size);
+/// Sends what fits at once, at least one block, and raises no signal when the other end is gone. Not all of many
+/// blocks are sent, even if they would fit.
+ssize_t sendNow(int socket, const Block* begin, const Block* end);
 
 /// poll() for a single descriptor; -1 as timeout waits forever. The result is what has happened, 0 after the
 /// timeout.

@@ -32,6 +32,7 @@ struct SystemCalls {
     int (*accept4)(int socket, sockaddr* address, socklen_t* length, int flags) = &::accept4;
     int (*connect)(int socket, const sockaddr* address, socklen_t length) = &::connect;
     ssize_t (*recv)(int socket, void* buffer, std::size_t length, int flags) = &::recv;
+    ssize_t (*recvmsg)(int socket, msghdr* message, int flags) = &::recvmsg;
     ssize_t (*send)(int socket, const void* buffer, std::size_t length, int flags) = &::send;
     ssize_t (*sendmsg)(int socket, const msghdr* message, int flags) = &::sendmsg;
     int (*poll)(pollfd* entries, nfds_t count, int timeoutMs) = &::poll;

@@ -92,7 +92,7 @@ PipeChannel::~PipeChannel() {
     reading.settle(end.pipe.get());
 }
 
-int PipeChannel::read(char* buffer, int length, int timeoutMs) {
+int PipeChannel::read(const Room& first, const Room& second, int timeoutMs) {
     if (closed.load()) {
         return ABORTED;
     }
@@ -100,27 +100,28 @@ int PipeChannel::read(char* buffer, int length, int timeoutMs) {
         logReadError(ERROR_INVALID_HANDLE);
         return READ_FAILED;
     }
-    if (length <= 0) {
+    if (first.length <= 0) {
         return 0;
     }
     if (keptBegin < keptEnd) {
-        return giveOut(buffer, length);
+        return giveOut(first, second);
     }
     const bool isTakenUp = reading.isPending();
     int result = isTakenUp ? awaitRead(timeoutMs) : PENDING;
     // The system ends what a thread has left pending when that thread ends. Such a read has taken nothing.
     if (!isTakenUp || (result == ABORTED && !closed.load())) {
-        result = beginRead(length);
+        result = beginRead(first, second);
         if (result == PENDING) {
             result = awaitRead(timeoutMs);
         }
     }
-    return result > 0 ? giveOut(buffer, length) : result;
+    return result > 0 ? giveOut(first, second) : result;
 }
 
 /// @return PENDING, or what the read has come to at once; above zero, so many bytes are kept.
-int PipeChannel::beginRead(int length) {
-    const int wanted = std::min(length, MAX_READ_LENGTH);
+int PipeChannel::beginRead(const Room& first, const Room& second) {
+    int wanted = std::min(first.length, MAX_READ_LENGTH);
+    wanted += std::min(second.length, MAX_READ_LENGTH - wanted);
     if (readBuffer.size() < static_cast<std::size_t>(wanted)) {
         readBuffer.resize(static_cast<std::size_t>(wanted));
     }
@@ -183,11 +184,17 @@ int PipeChannel::awaitRead(int timeoutMs) {
     }
 }
 
-int PipeChannel::giveOut(char* buffer, int length) {
-    const std::size_t count = std::min(static_cast<std::size_t>(length), keptEnd - keptBegin);
-    std::memcpy(buffer, readBuffer.data() + keptBegin, count);
-    keptBegin += count;
-    return static_cast<int>(count);
+int PipeChannel::giveOut(const Room& first, const Room& second) {
+    std::size_t total = 0;
+    for (const Room& room : {first, second}) {
+        const std::size_t count = std::min(static_cast<std::size_t>(room.length), keptEnd - keptBegin);
+        if (count > 0) {
+            std::memcpy(room.data, readBuffer.data() + keptBegin, count);
+        }
+        keptBegin += count;
+        total += count;
+    }
+    return static_cast<int>(total);
 }
 
 int PipeChannel::write(const char* buffer, int length) {
@@ -276,8 +283,12 @@ void PipeChannel::close() {
 }
 
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
+    return readChannel(channel, {buffer, length}, {nullptr, 0}, timeoutMs);
+}
+
+int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs) {
     if (channel) {
-        return channel->read(buffer, length, timeoutMs);
+        return channel->read(first, second, timeoutMs);
     }
     logReadError(ERROR_INVALID_HANDLE);
     return READ_FAILED;
@@ -290,20 +301,29 @@ int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {
     return channel ? channel->write(buffer, length) : writeFailed("WriteFile error: ", ERROR_INVALID_HANDLE);
 }
 
-int writeBlocks(const ChannelHandle& channel, Block first, Block second, std::size_t piece) {
+int writeBlocks(const ChannelHandle& channel, std::vector<Block>& blocks, std::size_t piece) {
     // How much of a write is done is not to be seen before it is over. So one that carries several pieces carries
     // few: the other end has the time of a single write for them all.
     const std::size_t size = std::max(piece, STRAIGHT_WRITE / piece * piece);
-    for (const Block& block : {first, second}) {
-        for (std::size_t written = 0; written < block.length; written += size) {
-            const std::size_t length = std::min(size, block.length - written);
-            const int result = writeChannel(channel, block.data + written, static_cast<int>(length));
-            if (result != SUCCESS) {
-                return result;
+    // A call takes a single block, and costs more than to copy what is less than that.
+    std::string joined;
+    int result = SUCCESS;
+    for (Block& block : blocks) {
+        while (!block.empty() && result == SUCCESS) {
+            const Block taken = block.substr(0, size - joined.size());
+            block.remove_prefix(taken.size());
+            if (taken.size() == size) {
+                result = writeChannel(channel, taken.data(), static_cast<int>(size));
+            } else {
+                joined += taken;
+            }
+            if (joined.size() == size) {
+                result = writeChannel(channel, joined.data(), static_cast<int>(size));
+                joined.clear();
             }
         }
     }
-    return SUCCESS;
+    return result == SUCCESS ? writeChannel(channel, joined.data(), static_cast<int>(joined.size())) : result;
 }
 
 int closeChannel(const ChannelHandle& channel) {

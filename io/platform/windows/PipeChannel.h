@@ -27,7 +27,7 @@ class PipeChannel {
     PipeChannel& operator=(const PipeChannel&) = delete;
 
     /// See readChannel().
-    int read(char* buffer, int length, int timeoutMs);
+    int read(const Room& first, const Room& second, int timeoutMs);
 
     /// See writeChannel().
     int write(const char* buffer, int length);
@@ -36,9 +36,9 @@ class PipeChannel {
     void close();
 
  private:
-    int beginRead(int length);
+    int beginRead(const Room& first, const Room& second);
     int awaitRead(int timeoutMs);
-    int giveOut(char* buffer, int length);
+    int giveOut(const Room& first, const Room& second);
     int beginFailed(DWORD error);
     int awaitWrite(DWORD& count);
 

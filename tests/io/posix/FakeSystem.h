@@ -231,7 +231,19 @@ class FakeSystem {
             return run("send", std::to_string(length),
                        [&](std::size_t limit) { return ::send(socket, buffer, std::min(length, limit), flags); });
         });
-        use(table.sendmsg, "sendmsg", &FakeSystem::sendmsg);
+        use(table.recvmsg, "recvmsg", [](int socket, msghdr* message, int flags) {
+            return run("recvmsg", lengthsOf(*message) + ((flags & MSG_DONTWAIT) != 0 ? " now" : ""),
+                       [&](std::size_t limit) {
+                           Limited part(*message, limit);
+                           return ::recvmsg(socket, &part.message, flags);
+                       });
+        });
+        use(table.sendmsg, "sendmsg", [](int socket, const msghdr* message, int flags) {
+            return run("sendmsg", lengthsOf(*message), [&](std::size_t limit) {
+                const Limited part(*message, limit);
+                return ::sendmsg(socket, &part.message, flags);
+            });
+        });
         use(table.poll, "poll", [](pollfd* entries, nfds_t count, int timeoutMs) {
             instance->noteWait(timeoutMs);
             return poll(entries, count, timeoutMs);
@@ -243,31 +255,33 @@ class FakeSystem {
             });
     }
     static std::string optionText(int option, const void* value) {
-        if (option == SO_SNDBUF) {
-            return "SO_SNDBUF " + std::to_string(*static_cast<const int*>(value));
-        }
         const timeval time = *static_cast<const timeval*>(value);
         instance->noteWait(static_cast<int>(time.tv_sec * 1000 + time.tv_usec / 1000));
         return option == SO_RCVTIMEO ? "SO_RCVTIMEO" : "SO_SNDTIMEO";
     }
-    static ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+    static std::string lengthsOf(const msghdr& message) {
         std::string lengths;
-        for (std::size_t i = 0; i < message->msg_iovlen; ++i) {
-            lengths += (i == 0 ? "" : "+") + std::to_string(message->msg_iov[i].iov_len);
+        for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
+            lengths += (i == 0 ? "" : "+") + std::to_string(message.msg_iov[i].iov_len);
         }
-        return run("sendmsg", lengths, [&](std::size_t limit) {
-            // The first bytes of all parts together.
-            iovec parts[2];
-            msghdr part = *message;
-            part.msg_iov = parts;
-            for (std::size_t i = 0; i < message->msg_iovlen; ++i) {
-                parts[i] = message->msg_iov[i];
-                parts[i].iov_len = std::min(parts[i].iov_len, limit);
-                limit -= parts[i].iov_len;
-            }
-            return ::sendmsg(socket, &part, flags);
-        });
+        return lengths;
     }
+    /// The first bytes of all parts together.
+    struct Limited {
+        Limited(const msghdr& whole, std::size_t limit)
+            : parts(whole.msg_iov, whole.msg_iov + whole.msg_iovlen), message(whole) {
+            message.msg_iov = parts.data();
+            for (iovec& part : parts) {
+                part.iov_len = std::min(part.iov_len, limit);
+                limit -= part.iov_len;
+            }
+        }
+        Limited(const Limited&) = delete;
+        Limited& operator=(const Limited&) = delete;
+
+        std::vector<iovec> parts;
+        msghdr message;
+    };
     /// A result that was asked for is what has happened to the descriptor.
     static int poll(pollfd* entries, nfds_t count, int timeoutMs) {
         bool isReal = false;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/io/posix/FakeSystem.h"
@@ -72,31 +73,6 @@ TEST_F(StraightTransferTest, ABlockAloneGoesOutInOneCall) {
     EXPECT_EQ(received(10000), text);
 }
 
-TEST_F(StraightTransferTest, ALargeWriteAsksOnceForALargerSendBuffer) {
-    const std::string text = numbered(20000);
-    FakeSystem system;
-    out.write(text.data(), 16383);
-    EXPECT_EQ(system.madeOf("setsockopt"), Lines());
-    out.write(text.data() + 16383, 3617);
-    out.flush();
-    EXPECT_EQ(received(20000), text);
-    out.write(text.data(), 20000);
-    EXPECT_EQ(system.madeOf("setsockopt"), Lines{"setsockopt(SO_SNDBUF 1048576)"});
-    out.write(text.data(), 20000);
-    EXPECT_EQ(system.madeOf("setsockopt"), Lines{"setsockopt(SO_SNDBUF 1048576)"});
-}
-
-TEST_F(StraightTransferTest, ASendBufferThatStaysSmallIsNoFailure) {
-    const std::string text = numbered(20000);
-    FakeSystem system;
-    LogCapture log;
-    system.on("setsockopt", {failure(EPERM)});
-    out.write(text.data(), 20000);
-    out.flush();
-    EXPECT_EQ(received(20000), text);
-    EXPECT_EQ(log.texts(), Lines());
-}
-
 TEST_F(StraightTransferTest, BlocksThatAreTakenInPartGoOnWhereTheyStopped) {
     const std::string text = numbered(12288 + 5);
     FakeSystem system;
@@ -108,6 +84,25 @@ TEST_F(StraightTransferTest, BlocksThatAreTakenInPartGoOnWhereTheyStopped) {
     EXPECT_EQ(system.getMade(), (Lines{"sendmsg(5+12283)", "sendmsg(2+12283)", "sendmsg(2+12283)", "send(12281)",
                                        "send(12181)", "send(5)"}));
     EXPECT_EQ(received(12293), text);
+}
+
+TEST_F(StraightTransferTest, ManyBlocksGoOnWhereTheyStopped) {
+    const std::string text = numbered(70000);
+    std::vector<std::string_view> blocks;
+    for (std::size_t at = 0; at < text.size(); at += 1000) {
+        blocks.push_back(std::string_view(text).substr(at, 1000));
+    }
+    FakeSystem system;
+    // In the middle of a block, at the end of one, and so that a single one is left.
+    system.on("sendmsg", {moving(2500), failure(EINTR), moving(500), passing(), passing(), moving(2000)});
+    auto& buffer = *Io::PipeBufferBase<char>::from(out.rdbuf());
+    buffer.putBlocks(blocks.data(), blocks.data() + blocks.size());
+    out.flush();
+    // Of 69,632 bytes, and no more than 32 blocks at once.
+    EXPECT_EQ(system.madeOf("sendmsg").size(), 6u);
+    EXPECT_EQ(system.madeOf("sendmsg").back(), "sendmsg(1000+1000+632)");
+    EXPECT_EQ(system.madeOf("send"), (Lines{"send(632)", "send(368)"}));
+    EXPECT_EQ(received(70000), text);
 }
 
 TEST_F(StraightTransferTest, EachBufferOfABlockHasTheTimeOfAWriteOfItsOwn) {
@@ -141,6 +136,31 @@ TEST_F(StraightTransferTest, ALargeReadNeedsNoBufferInBetween) {
     FakeSystem system;
     EXPECT_EQ(received(20000), text);
     EXPECT_EQ(system.madeOf("recv"), Lines{"recv(20000)"});
+}
+
+TEST_F(StraightTransferTest, WhatComesBehindALargeReadIsReadWithIt) {
+    const std::string text = numbered(20000);
+    out.write(text.data(), 20000);
+    out.flush();
+    FakeSystem system;
+    auto& in = *Io::PipeBufferBase<char>::from(connection.accepted.getInputStream()->rdbuf());
+    std::string target(18000, ' ');
+    EXPECT_EQ(in.readSomeAndAhead(&target[0], 18000), 18000);
+    EXPECT_EQ(system.getMade(), Lines{"recvmsg(18000+4095)"});
+    EXPECT_EQ(target + std::string(in.ahead()), text);
+}
+
+TEST_F(StraightTransferTest, AReadOfTwoPlacesThatFailsLosesNothing) {
+    FakeSystem system;
+    system.on("recvmsg", {failure(EINTR), failure(EIO), moving(5)});
+    out.write("0123456789", 10);
+    out.flush();
+    auto& in = *Io::PipeBufferBase<char>::from(connection.accepted.getInputStream()->rdbuf());
+    std::string target(5000, ' ');
+    EXPECT_EQ(messageOf<CvPipeException>([&] { in.readSomeAndAhead(&target[0], 5000); }), "CvPipe read failed.");
+    EXPECT_EQ(in.readSomeAndAhead(&target[0], 5000), 5);
+    EXPECT_EQ(in.readSomeAndAhead(&target[5], 4995), 5);
+    EXPECT_EQ(target.substr(0, 10), "0123456789");
 }
 
 TEST_F(StraightTransferTest, BlocksToAPipeThatWasClosedAreAborted) {
