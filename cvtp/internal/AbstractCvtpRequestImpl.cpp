@@ -1,6 +1,9 @@
 #include "cvtp/internal/AbstractCvtpRequestImpl.h"
 
 #include <algorithm>
+#include <limits>
+#include <streambuf>
+#include <string_view>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpConnectionManager.h"
@@ -28,6 +31,28 @@ namespace {
 bool hasFailed(const std::ios& stream) {
     return stream.fail() && !stream.eof();
 }
+
+/// Less than this at hand is left to a stream's own way of reading. Bytes.
+const std::size_t MUCH_AT_HAND = 4096;
+
+/// What a stream has at hand, in the memory where it has it. A class derived from the buffer's may name these
+/// members, and what is named so may be called for any buffer.
+class AtHand : private std::streambuf {
+ public:
+    static std::string_view of(const std::istream& stream) {
+        const std::streambuf* const buffer = stream.rdbuf();
+        if (buffer == nullptr || !stream.good()) {
+            return {};
+        }
+        const char* const begin = (buffer->*&AtHand::gptr)();
+        const std::size_t size = static_cast<std::size_t>((buffer->*&AtHand::egptr)() - begin);
+        // skip() counts with an int.
+        return {begin, std::min<std::size_t>(size, std::numeric_limits<int>::max())};
+    }
+    static void skip(const std::istream& stream, std::size_t n) {
+        (stream.rdbuf()->*&AtHand::gbump)(static_cast<int>(n));
+    }
+};
 
 }  // namespace
 
@@ -187,16 +212,29 @@ void AbstractCvtpRequestImpl::removePipe() {
 void AbstractCvtpRequestImpl::copyBodyStream() {
     const std::streamsize size = std::max(client->getIntegerOption(CvtpClient::BUFFER_SIZE), 1);
     const std::unique_ptr<char[]> buffer(new char[static_cast<std::size_t>(size)]);
+    // The stream had more at hand than it was asked for: it pays to look there, and to copy nothing.
+    bool hasMuch = false;
     while (!bodyStream->eof()) {
+        std::string_view bytes;
         try {
-            bodyStream->read(buffer.get(), size);
+            if (hasMuch) {
+                bodyStream->peek();
+            }
+            bytes = AtHand::of(*bodyStream);
+            if (bytes.size() >= MUCH_AT_HAND) {
+                AtHand::skip(*bodyStream, bytes.size());
+            } else {
+                bodyStream->read(buffer.get(), size);
+                bytes = {buffer.get(), static_cast<std::size_t>(bodyStream->gcount())};
+                hasMuch = hasMuch || !AtHand::of(*bodyStream).empty();
+            }
         } catch (...) {
             // The stream was told to throw. Half a message is on the pipe, which nobody may use after it.
             removePipe();
             throw;
         }
-        if (bodyStream->gcount() > 0) {
-            bodyOut->write(buffer.get(), bodyStream->gcount());
+        if (!bytes.empty()) {
+            bodyOut->write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         }
         if (bodyStream->fail() && !bodyStream->eof()) {
             removePipe();

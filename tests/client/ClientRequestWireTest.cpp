@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tests/client/ClientTest.h"
+#include "tests/support_code/FeedBuffer.h"
 
 namespace Corvane {
 namespace Testing {
@@ -171,6 +172,34 @@ TEST_F(ClientRequestWireTest, TheDefaultBufferSizeIsThatOfAChunk) {
 
 TEST_F(ClientRequestWireTest, AnEmptyStreamIsAHeadAndTheLastChunk) {
     EXPECT_EQ(sentInChunks(""), "0\r\n\r\n");
+}
+
+TEST_F(ClientRequestWireTest, AStreamGivesTheSameChunksHoweverMuchItHasAtHand) {
+    std::string text;
+    for (int i = 0; text.size() < 250000; ++i) {
+        text += std::to_string(i) + ",";
+    }
+    const std::string head = "POST /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\nUser-Agent: CvtpClient\r\n\r\n";
+    std::string expected = head;
+    for (std::size_t at = 0; at < text.size(); at += 40960) {
+        const std::string chunk = text.substr(at, 40960);
+        std::ostringstream size;
+        size << std::hex << chunk.size();
+        expected += size.str() + "\r\n" + chunk + "\r\n";
+    }
+    expected += "0\r\n\r\n";
+    for (const std::size_t piece : {1U, 100U, 4095U, 4096U, 40960U, 65536U, 100000U, 300000U}) {
+        FeedBuffer source;
+        for (std::size_t at = 0; at < text.size(); at += piece) {
+            source.then(text.substr(at, piece));
+        }
+        std::istream stream(&source);
+        PostRequest request(&client, "orders", "/r");
+        request.setBodyStream(&stream);
+        // Not shown when it differs: it is long.
+        EXPECT_TRUE(sent(request) == expected) << piece;
+        EXPECT_EQ(stream.rdstate(), std::ios::eofbit | std::ios::failbit) << piece;
+    }
 }
 
 TEST_F(ClientRequestWireTest, AStreamAtItsEndIsAnEmptyOne) {

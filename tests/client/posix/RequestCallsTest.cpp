@@ -179,6 +179,50 @@ TEST_F(RequestCallsTest, TheHeadOfABodyStreamLeavesByItself) {
     EXPECT_EQ(system.madeOf("send").front(), sendOf(head.size()));
 }
 
+TEST_F(RequestCallsTest, TheFullChunksOfABodyStreamLeaveTogetherFromItsOwnMemory) {
+    std::string body;
+    service.handler.onPost = [&](CvtpServerRequest& incoming, CvtpServerResponse& response) {
+        body.assign(std::istreambuf_iterator<char>(*incoming.getBodyStream()), {});
+        FunctionHandler::reply(response, "ok");
+    };
+    service.start();
+    const std::string text = std::string(50000, 'x') + std::string(50000, 'y');
+    std::istringstream stream(text);
+    PostRequest request(&client, "pipe", "/r");
+    request.setBodyStream(&stream);
+    EXPECT_EQ(execute(request), "ok");
+    EXPECT_EQ(body, text);
+    // Two full chunks, of which the last 16 bytes wait for the flush; and the chunk of the rest.
+    EXPECT_THAT(system.madeOf("sendmsg"), ElementsAre("sendmsg(6+40960+2+6+40946)", "sendmsg(16+6+16362)"));
+    EXPECT_EQ(system.madeOf("send").at(1), "send(1720)");
+    EXPECT_EQ(system.madeOf("send").at(2), "send(5)");
+}
+
+TEST_F(RequestCallsTest, AChunkIsReadWithTheFrameOfTheNextOne) {
+    std::size_t size = 0;
+    service.handler.onPost = [&](CvtpServerRequest& incoming, CvtpServerResponse& response) {
+        std::istream& body = *incoming.getBodyStream();
+        std::string piece(200000, ' ');
+        body.read(&piece[0], 200000);
+        size = static_cast<std::size_t>(body.gcount());
+        FunctionHandler::reply(response, "ok");
+    };
+    // Nothing is read before all is there, so what each read finds is known.
+    RawClient raw("pipe");
+    const std::string head = "POST /r CVTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const std::string chunk = "c350\r\n" + std::string(50000, 'x') + "\r\n";
+    raw.send(head + chunk + chunk + "0\r\n\r\n");
+    service.start();
+    EXPECT_EQ(raw.receive(1), "C");
+    EXPECT_EQ(size, 100000u);
+    const auto rest = [](int before) { return std::to_string(50000 - (SERVER_BUFFER - before)); };
+    // What the buffer held of the first chunk, with the head and a size line; and of the second one, with the end
+    // of the first, but for a byte.
+    EXPECT_THAT(system.madeOf("recvmsg"),
+                ElementsAre("recvmsg(" + rest(static_cast<int>(head.size()) + 6) + "+19999)",
+                            "recvmsg(" + rest(2 + 6 + 1) + "+19999)"));
+}
+
 class AnswerCallsTest : public RequestCallsTest {
  protected:
     /// The calls that send an answer with such a body.
