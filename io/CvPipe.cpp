@@ -53,8 +53,8 @@ CvPipe::~CvPipe() {
         closePipe();
     }
     // The streams are not destroyed, since an application may still hold them; deliberate.
-    PipeStreams::keep(inputStream);
-    PipeStreams::keep(outputStream);
+    PipeStreams::keep(inputStream, streamsLent);
+    PipeStreams::keep(outputStream, streamsLent);
 }
 
 void CvPipe::bind(const std::string& newName, bool newReadable, bool newWritable) {
@@ -169,23 +169,33 @@ void CvPipe::takeOver(const std::string& newPath, bool newReadable, bool newWrit
 }
 
 std::istream* CvPipe::getInputStream() {
-    if (!isBound() || !readable) {
-        throw IllegalStateException("Pipe is not bound with read access.");
-    }
-    if (inputStream == nullptr) {
-        inputStream = PipeStreams::takeInput(inputBuffer.get());
-    }
-    return inputStream;
+    streamsLent = true;
+    return PipeStreams::inputOf(*this);
 }
 
 std::ostream* CvPipe::getOutputStream() {
-    if (!isBound() || !writable) {
+    streamsLent = true;
+    return PipeStreams::outputOf(*this);
+}
+
+std::istream* PipeStreams::inputOf(CvPipe& pipe) {
+    if (!pipe.isBound() || !pipe.readable) {
+        throw IllegalStateException("Pipe is not bound with read access.");
+    }
+    if (pipe.inputStream == nullptr) {
+        pipe.inputStream = takeInput(pipe.inputBuffer.get());
+    }
+    return pipe.inputStream;
+}
+
+std::ostream* PipeStreams::outputOf(CvPipe& pipe) {
+    if (!pipe.isBound() || !pipe.writable) {
         throw IllegalStateException("Pipe is not bound with write access.");
     }
-    if (outputStream == nullptr) {
-        outputStream = PipeStreams::takeOutput(outputBuffer.get());
+    if (pipe.outputStream == nullptr) {
+        pipe.outputStream = takeOutput(pipe.outputBuffer.get());
     }
-    return outputStream;
+    return pipe.outputStream;
 }
 
 void CvPipe::setReadTimeout(int ms) {

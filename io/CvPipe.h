@@ -21,7 +21,13 @@ namespace Platform {
 class PipeChannel;
 }
 
+class CvPipe;
 class ServerCvPipe;
+
+namespace PipeStreams {
+std::istream* inputOf(CvPipe& pipe);
+std::ostream* outputOf(CvPipe& pipe);
+}  // namespace PipeStreams
 
 /// One end of a connected pipe. A client opens it by name; a server gets it from ServerCvPipe::accept().
 ///
@@ -110,6 +116,8 @@ class CVTP_EXPORT CvPipe {
  private:
     friend class ServerCvPipe;
     friend class PipeBufferBase<char>;
+    friend std::istream* PipeStreams::inputOf(CvPipe& pipe);
+    friend std::ostream* PipeStreams::outputOf(CvPipe& pipe);
 
     /// A read or write under way.
     class Call;
@@ -136,6 +144,8 @@ class CVTP_EXPORT CvPipe {
     bool writable = false;
     std::istream* inputStream = nullptr;
     std::ostream* outputStream = nullptr;
+    /// Whether an application had one of them.
+    bool streamsLent = false;
     std::unique_ptr<PipeBufferBase<char>> inputBuffer;
     std::unique_ptr<PipeBufferBase<char>> outputBuffer;
     std::int32_t connectTimeout;

@@ -27,11 +27,13 @@ class Shelf {
         return stream.release();
     }
 
-    void keep(Stream* stream) {
+    void keep(Stream* stream, bool wasLent) {
         std::unique_ptr<Stream> kept(stream);
         kept->exceptions(std::ios_base::goodbit);
-        // Whatever an application has set: format, locale, tied stream.
-        kept->copyfmt(std::ios(nullptr));
+        if (wasLent) {
+            // Whatever an application has set: format, locale, tied stream.
+            kept->copyfmt(std::ios(nullptr));
+        }
         kept->rdbuf(nullptr);
         const std::lock_guard<std::mutex> guard(lock);
         try {
@@ -76,15 +78,15 @@ std::ostream* takeOutput(std::streambuf* buffer) {
     return shelf<std::ostream>().take(buffer);
 }
 
-void keep(std::istream* stream) {
+void keep(std::istream* stream, bool wasLent) {
     if (stream != nullptr) {
-        shelf<std::istream>().keep(stream);
+        shelf<std::istream>().keep(stream, wasLent);
     }
 }
 
-void keep(std::ostream* stream) {
+void keep(std::ostream* stream, bool wasLent) {
     if (stream != nullptr) {
-        shelf<std::ostream>().keep(stream);
+        shelf<std::ostream>().keep(stream, wasLent);
     }
 }
 

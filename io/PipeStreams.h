@@ -7,6 +7,8 @@
 namespace Corvane {
 namespace Io {
 
+class CvPipe;
+
 /// The stream objects of all pipes. A stream that was handed out is never destroyed, since an application may still
 /// hold it when its pipe is gone; it is kept for a later pipe, so there are never more of them than there were
 /// pipes at once. Safe on several threads.
@@ -18,8 +20,15 @@ std::ostream* takeOutput(std::streambuf* buffer);
 
 /// Keeps a stream whose pipe goes away; until it is taken again it stands on no buffer, and using it fails. Null is
 /// ignored.
-void keep(std::istream* stream);
-void keep(std::ostream* stream);
+///
+/// @param wasLent whether an application had it, and may have changed its format.
+void keep(std::istream* stream, bool wasLent);
+void keep(std::ostream* stream, bool wasLent);
+
+/// CvPipe::getInputStream() and getOutputStream() for the library's own use, which leaves the format of the streams
+/// as it is: setting that back would be much of the cost of a short connection.
+std::istream* inputOf(CvPipe& pipe);
+std::ostream* outputOf(CvPipe& pipe);
 
 }  // namespace PipeStreams
 

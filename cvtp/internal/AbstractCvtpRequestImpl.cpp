@@ -13,6 +13,7 @@
 #include "cvtp/internal/TraceTags.h"
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
+#include "io/PipeStreams.h"
 #include "support/StringUtils.h"
 
 namespace Corvane {
@@ -170,7 +171,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
         logAndThrow<CvPipeException>("The connection manager has no pipe for " + pipeName + ".");
     }
     requireIntactStreams();
-    std::ostream* const out = pipe->getOutputStream();
+    std::ostream* const out = Io::PipeStreams::outputOf(*pipe);
     const int bufferSize = client->getIntegerOption(CvtpClient::BUFFER_SIZE);
     if (bodyStream != nullptr) {
         bodyOut = std::make_unique<CvtpOStream>(bufferSize, true, *out);
@@ -180,7 +181,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     } else {
         writeHeadAndBody(*out, bufferSize);
     }
-    return isAnswered() ? std::make_unique<CvtpResponse>(client, pipe->getInputStream()) : nullptr;
+    return isAnswered() ? std::make_unique<CvtpResponse>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
 }
 
 bool AbstractCvtpRequestImpl::isAnswered() const {
@@ -190,7 +191,8 @@ bool AbstractCvtpRequestImpl::isAnswered() const {
 void AbstractCvtpRequestImpl::requireIntactStreams() {
     // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
     // message, and whatever came behind that would be read as its rest.
-    if (hasFailed(*pipe->getOutputStream()) || (isAnswered() && hasFailed(*pipe->getInputStream()))) {
+    if (hasFailed(*Io::PipeStreams::outputOf(*pipe)) ||
+        (isAnswered() && hasFailed(*Io::PipeStreams::inputOf(*pipe)))) {
         if (pipe == refusedPipe) {
             logAndThrow<CvPipeException>("The connection manager gave a failed pipe for " + pipeName + " again.");
         }

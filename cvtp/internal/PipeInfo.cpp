@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "cvtp/internal/Logging.h"
+#include "io/PipeStreams.h"
 
 namespace Corvane {
 namespace Internal {
@@ -33,11 +34,11 @@ PipeInfo::~PipeInfo() {
 void PipeInfo::installBuffers(bool readable, bool writable) {
     if (readable) {
         inBuffer = allocateBuffer();
-        pipe->getInputStream()->rdbuf()->pubsetbuf(inBuffer.get(), STREAM_BUFFER_SIZE);
+        Io::PipeStreams::inputOf(*pipe)->rdbuf()->pubsetbuf(inBuffer.get(), STREAM_BUFFER_SIZE);
     }
     if (writable) {
         outBuffer = allocateBuffer();
-        pipe->getOutputStream()->rdbuf()->pubsetbuf(outBuffer.get(), STREAM_BUFFER_SIZE);
+        Io::PipeStreams::outputOf(*pipe)->rdbuf()->pubsetbuf(outBuffer.get(), STREAM_BUFFER_SIZE);
     }
 }
 

@@ -11,8 +11,10 @@
 #include "cvtp/CvtpServerResponse.h"
 #include "cvtp/internal/FaultGuard.h"
 #include "cvtp/internal/Logging.h"
+#include "cvtp/internal/StreamUtil.h"
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
+#include "io/PipeStreams.h"
 #include "support/Utf8String.h"
 
 namespace Corvane {
@@ -114,29 +116,42 @@ void RequestWorker::serve() {
     busy = false;
 }
 
+std::istream& RequestWorker::input() const {
+    return *Io::PipeStreams::inputOf(*pipe);
+}
+
+std::ostream& RequestWorker::output() const {
+    return *Io::PipeStreams::outputOf(*pipe);
+}
+
 void RequestWorker::installInputBuffer() {
     bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
     inputBuffer.reset(new char[bufferSize]);
-    pipe->getInputStream()->rdbuf()->pubsetbuf(inputBuffer.get(), static_cast<std::streamsize>(bufferSize));
+    input().rdbuf()->pubsetbuf(inputBuffer.get(), static_cast<std::streamsize>(bufferSize));
 }
 
 /// Not before it is needed: most of a server's connections may be idle.
 void RequestWorker::installOutputBuffer() {
     if (!outputBuffer) {
         outputBuffer.reset(new char[bufferSize]);
-        pipe->getOutputStream()->rdbuf()->pubsetbuf(outputBuffer.get(), static_cast<std::streamsize>(bufferSize));
+        output().rdbuf()->pubsetbuf(outputBuffer.get(), static_cast<std::streamsize>(bufferSize));
     }
 }
 
 /// @return whether the connection goes on.
 bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
     pipe->setReadTimeout(server->getIntegerOption(CvtpServer::IDLE_TIMEOUT));
-    CvtpServerRequest request(server, pipe->getInputStream(), &scratch);
+    CvtpServerRequest request(server, &input(), &scratch);
     return awaitRequest(request) && processRequest(request, scratch);
 }
 
 bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
     try {
+        // Most connections end here, in order. An exception for that would cost more than a request.
+        if (input().rdbuf()->sgetc() == std::char_traits<char>::eof()) {
+            logInterrupted(StreamUtil::LINE_CUT_OFF);
+            return false;
+        }
         request.awaitStartLine();
         pipe->setReadTimeout(server->getIntegerOption(CvtpServer::RECEIVE_TIMEOUT));
         request.readHead();
@@ -149,9 +164,7 @@ bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
             logDebug("TimeoutException - " + fullName + " timed out waiting for a request.  " + e.getMessage());
         }
     } catch (InterruptedException& e) {
-        if (isDebug()) {
-            logDebug("InterruptedException - " + fullName + ". " + e.getMessage());
-        }
+        logInterrupted(e.getMessage());
     } catch (CvPipeException& e) {
         logError("CvPipeException - " + fullName + " error while reading request start line. " + e.getMessage());
     }
@@ -220,7 +233,7 @@ bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scr
         logDebug("Begin processing of POST request (" + fullName + ").");
     }
     installOutputBuffer();
-    CvtpServerResponse response(server, pipe->getOutputStream(), &scratch);
+    CvtpServerResponse response(server, &output(), &scratch);
     ++server->postRequests;
     server->getHandler()->doPost(request, response);
     if (isDebug()) {
@@ -255,6 +268,12 @@ bool RequestWorker::readOverBody(CvtpServerRequest& request) {
         logDebug("The body of a request did not end (" + fullName + "). The pipe will be closed.");
     }
     return request.isBodyComplete();
+}
+
+void RequestWorker::logInterrupted(std::string_view reason) const {
+    if (isDebug()) {
+        logDebug(("InterruptedException - " + fullName + ". ").append(reason));
+    }
 }
 
 void RequestWorker::logUnprocessed(const char* kind, const std::string& reason, const std::string& method) const {

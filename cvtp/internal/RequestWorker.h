@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <cstddef>
+#include <iosfwd>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace Corvane {
 
@@ -54,6 +56,8 @@ class RequestWorker : public Poco::Runnable {
 
  private:
     void serve();
+    std::istream& input() const;
+    std::ostream& output() const;
     void installInputBuffer();
     void installOutputBuffer();
     bool serveRequest(Xml::Utf8String& scratch);
@@ -65,6 +69,7 @@ class RequestWorker : public Poco::Runnable {
     bool isGivenUp() const;
     bool readOverBody(Corvane::Cvtp::CvtpServerRequest& request);
     void closePipe();
+    void logInterrupted(std::string_view reason) const;
     void logUnprocessed(const char* kind, const std::string& reason, const std::string& method) const;
 
     Corvane::Cvtp::CvtpServer* server;

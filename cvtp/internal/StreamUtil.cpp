@@ -72,7 +72,7 @@ class Block {
 };
 
 [[noreturn]] void throwEndedEarly() {
-    throw Io::InterruptedException("Reached the stream end-of-file before the expected new line.");
+    throw Io::InterruptedException(StreamUtil::LINE_CUT_OFF);
 }
 
 /// Waits until the pipe has bytes, without the stream but with the state that the stream would have after it.
@@ -132,6 +132,8 @@ void readBlock(Source& in, char*& data, std::int64_t length) {
 }
 
 }  // namespace
+
+const char* const StreamUtil::LINE_CUT_OFF = "Reached the stream end-of-file before the expected new line.";
 
 StreamUtil::PipeBuffer* StreamUtil::pipeBufferOf(const std::istream& in) {
     return in.good() ? PipeBuffer::from(in.rdbuf()) : nullptr;

@@ -21,6 +21,9 @@ class StreamUtil {
  public:
     using PipeBuffer = Io::PipeBufferBase<char>;
 
+    /// What the exception says when the bytes end before a line does.
+    static const char* const LINE_CUT_OFF;
+
     virtual ~StreamUtil() = default;
 
     /// Reads one line, ended by LF or CR LF, into `line` without its end. A CR elsewhere stays.

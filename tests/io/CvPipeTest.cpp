@@ -408,6 +408,24 @@ TEST_F(CvPipeTest, TheStreamsAreMadeOnce) {
     EXPECT_EQ(out->exceptions(), std::ios_base::badbit);
 }
 
+TEST_F(CvPipeTest, AStreamThatAnApplicationHadLeavesNothingToTheNextPipe) {
+    ServerCvPipe server("pipe", true, true);
+    std::ostream* first = nullptr;
+    {
+        CvPipe client("pipe", true, true);
+        first = client.getOutputStream();
+        *first << std::hex;
+        first->iword(0) = 1;
+        CvPipe accepted;
+        server.accept(accepted);
+    }
+    CvPipe client("pipe", true, true);
+    std::ostream* const second = client.getOutputStream();
+    ASSERT_EQ(first, second);
+    EXPECT_EQ(second->flags(), std::ios(nullptr).flags());
+    EXPECT_EQ(second->iword(0), 0);
+}
+
 TEST_F(CvPipeTest, AStreamNeedsItsDirection) {
     const std::string READ = "Pipe is not bound with read access.";
     const std::string WRITE = "Pipe is not bound with write access.";
