@@ -150,7 +150,9 @@ int CvtpServer::totalRequestProcessors() const {
 }
 
 void CvtpServer::assignToWorkerThread(std::unique_ptr<Io::CvPipe> pipe) {
-    logDebug("ServerCvPipe " + pipeName + " has accepted a CvPipe connection.");
+    if (isDebug()) {
+        logDebug("ServerCvPipe " + pipeName + " has accepted a CvPipe connection.");
+    }
     const std::string name = "Worker-" + std::to_string(++workersUsed);
     const std::string label = pipeName + "/" + name;
     auto worker = std::make_unique<RequestWorker>(std::move(pipe), this, name);
@@ -169,10 +171,13 @@ void CvtpServer::assignToWorkerThread(std::unique_ptr<Io::CvPipe> pipe) {
 bool CvtpServer::waitForThread(const std::string& workerLabel, ThreadWait& wait) {
     const int step = std::max(idleTimeout / 10, 0);
     for (;;) {
-        if (threadPool->available() == 0 && maxRequestProcessors == 0) {
+        // Asking goes through all threads of the pool.
+        int available = threadPool->available();
+        if (available == 0 && maxRequestProcessors == 0) {
             threadPool->addCapacity(THREAD_GROWTH);
+            available = threadPool->available();
         }
-        if (threadPool->available() > 0) {
+        if (available > 0) {
             return true;
         }
         if (!wait.waited) {

@@ -97,18 +97,21 @@ DefaultConnectionManager::IdlePipes& DefaultConnectionManager::idlePipesOf(const
 std::unique_ptr<PipeInfo> DefaultConnectionManager::createPipe(const std::string& pipeName, const std::string& mode,
                                                                const std::string& poolKey) {
     auto info = std::make_unique<PipeInfo>(poolKey, "Binding-" + std::to_string(nextBinding++));
-    const std::string label = pipeLabel(pipeName, *info);
-    logDebug("Need a CvPipe " + label);
+    if (isDebug()) {
+        logDebug("Need a CvPipe " + pipeLabel(pipeName, *info));
+    }
     const std::lock_guard<std::mutex> creation(creationLock);
     try {
         connectNewPipe(*info, pipeName, mode);
     } catch (const CvPipeException& failure) {
-        logError("Failed create/connect CvPipe " + label);
+        logError("Failed create/connect CvPipe " + pipeLabel(pipeName, *info));
         info.reset();
         // Always this class, whatever the cause was; deliberate: callers catch CvPipeException.
         throw CvPipeException(failure);
     }
-    logDebug("Created CvPipe " + label);
+    if (isDebug()) {
+        logDebug("Created CvPipe " + pipeLabel(pipeName, *info));
+    }
     return info;
 }
 

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <string_view>
 
 #include "cvtp/internal/Logging.h"
 #include "io/platform/PipePlatform.h"
@@ -22,9 +24,9 @@ using Internal::Cvtp::logError;
 /// More of a wrong name than this does not help anybody who reads the log.
 const std::size_t SHOWN_NAME_LENGTH = 256;
 
-int refuseName(const std::string& name) {
+int refuseName(std::string_view name) {
     if (isError()) {
-        logError("Pipe name '" + StringUtils::onOneLine(name.substr(0, SHOWN_NAME_LENGTH)) +
+        logError("Pipe name '" + StringUtils::onOneLine(std::string(name.substr(0, SHOWN_NAME_LENGTH))) +
                  "' refused: it must have 1 to 256 bytes and neither a backslash nor a NUL.");
     }
     return EINVAL;
@@ -37,15 +39,32 @@ int refuseLength(const std::string& directory) {
     return ENAMETOOLONG;
 }
 
+int findDirectory(PipeSearch search, std::string& directory) {
+    if (search == PipeSearch::TO_CONNECT) {
+        directory = chosenPipeDirectory();
+        if (!directory.empty()) {
+            return 0;
+        }
+    }
+    return findPipeDirectory(SYSTEM_PIPE_DIRECTORY, search == PipeSearch::TO_CREATE, directory);
+}
+
+/// A path in one piece, which takes one block of memory.
+std::string join(const std::string& directory, const char* before, const std::string& file, const char* after) {
+    std::string whole;
+    whole.reserve(directory.size() + std::strlen(before) + file.size() + std::strlen(after));
+    return whole.append(directory).append(before).append(file).append(after);
+}
+
 }  // namespace
 
-int findPipe(const std::string& path, bool create, PipeAddress& address) {
-    const std::string name = path.substr(std::string(PIPE_PREFIX).size());
+int findPipe(const std::string& path, PipeSearch search, PipeAddress& address) {
+    const std::string_view name = std::string_view(path).substr(std::strlen(PIPE_PREFIX));
     if (!isPipeName(name)) {
         return refuseName(name);
     }
     std::string directory;
-    const int code = findPipeDirectory(SYSTEM_PIPE_DIRECTORY, create, directory);
+    const int code = findDirectory(search, directory);
     if (code != 0) {
         return code;
     }
@@ -57,8 +76,8 @@ int findPipe(const std::string& path, bool create, PipeAddress& address) {
         return refuseLength(directory);
     }
     address.socketFile = directory + file;
-    address.lockFile = directory + "." + file + ".lock";
-    address.directionFile = directory + "." + file + ".direction";
+    address.lockFile = join(directory, ".", file, ".lock");
+    address.directionFile = join(directory, ".", file, ".direction");
     return 0;
 }
 

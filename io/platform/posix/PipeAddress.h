@@ -21,11 +21,21 @@ struct PipeAddress {
 constexpr const char* DIRECTION_READABLE = "readable";
 constexpr const char* DIRECTION_WRITABLE = "writable";
 
+enum class PipeSearch {
+    /// By a server, which also makes the folder when it is one of the user's own.
+    TO_CREATE,
+    /// By a client, who looks at a folder that CVTP_PIPE_DIR names only when a connection has failed, since all
+    /// there
+    /// is to know is whether it exists.
+    TO_CONNECT,
+    /// By a client who could not connect.
+    AFTER_FAILURE
+};
+
 /// Finds the files of the pipe `path` (prefix and name). Logs at ERROR why a name or its folder cannot be used.
 ///
-/// @param create make the folder when it is one of the user's own; servers do.
 /// @return 0 or the code of the system.
-int findPipe(const std::string& path, bool create, PipeAddress& address);
+int findPipe(const std::string& path, PipeSearch search, PipeAddress& address);
 
 }  // namespace Platform
 }  // namespace Io

@@ -1,7 +1,6 @@
 #include "io/platform/posix/PipeChannel.h"
 
 #include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "cvtp/internal/Logging.h"
+#include "io/platform/posix/CurrentProcess.h"
 #include "io/platform/posix/SocketCalls.h"
 #include "io/platform/posix/Spinning.h"
 
@@ -106,7 +106,7 @@ bool isBroken(int error) {
 }  // namespace
 
 PipeChannel::PipeChannel(FileDescriptor socket, bool readable, bool writable)
-    : socket(std::move(socket)), readable(readable), writable(writable), owner(::getpid()) {}
+    : socket(std::move(socket)), readable(readable), writable(writable), owner(currentProcess()) {}
 
 bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
     if (timeoutMs == receiveTimeout) {
@@ -258,7 +258,7 @@ int PipeChannel::waitForRoom(std::optional<Deadline>& deadline) const {
 void PipeChannel::close() {
     closed.store(true);
     // Before anything is logged, which takes its time, and may fail.
-    const bool failed = ::getpid() == owner && SocketCalls::shutDown(socket.get()) != 0;
+    const bool failed = currentProcess() == owner && SocketCalls::shutDown(socket.get()) != 0;
     logClose(socket.get(), failed ? errno : 0);
 }
 

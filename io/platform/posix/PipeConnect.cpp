@@ -103,7 +103,7 @@ bool isStrangersLink(const std::string& file) {
 int waitForPlace(int socket, const sockaddr_un& address, int timeoutMs) {
     const Deadline deadline(timeoutMs);
     std::optional<Deadline> grace;
-    if (SocketCalls::setBlocking(socket) != 0) {
+    if (SocketCalls::setBlocking(socket, true) != 0) {
         return errno;
     }
     for (;;) {
@@ -149,7 +149,7 @@ int connectSocket(int socket, const PipeAddress& address, bool readable, bool wr
     const sockaddr_un file = SocketCalls::socketAddress(address.socketFile);
     int error = connectAtOnce(socket, file);
     if (error == 0) {
-        return SocketCalls::setBlocking(socket) == 0 ? 0 : errno;
+        return SocketCalls::setBlocking(socket, true) == 0 ? 0 : errno;
     }
     if (error == EAGAIN) {
         if (isDebug()) {
@@ -164,12 +164,19 @@ int connectSocket(int socket, const PipeAddress& address, bool readable, bool wr
     return error;
 }
 
+/// Why a connection failed, whose folder was perhaps not looked at before.
+int findCause(const std::string& path, int failure) {
+    PipeAddress address;
+    const int code = findPipe(path, PipeSearch::AFTER_FAILURE, address);
+    return code == 0 ? failure : code;
+}
+
 }  // namespace
 
 int openChannel(const std::string& path, bool readable, bool writable, int timeoutMs, ChannelHandle& channel) {
     channel.reset();
     PipeAddress address;
-    const int code = findPipe(path, false, address);
+    const int code = findPipe(path, PipeSearch::TO_CONNECT, address);
     if (code != 0) {
         // A refused folder is no pipe that denies access, but one that cannot be reached is.
         return code == EACCES ? static_cast<int>(OPEN_DENIED) : openFailed(code);
@@ -181,7 +188,8 @@ int openChannel(const std::string& path, bool readable, bool writable, int timeo
     if (!socket.isOpen()) {
         return openFailed(errno);
     }
-    const int error = connectSocket(socket.get(), address, readable, writable, timeoutMs);
+    const int failure = connectSocket(socket.get(), address, readable, writable, timeoutMs);
+    const int error = failure == 0 || failure == EAGAIN ? failure : findCause(path, failure);
     if (isDenied(error)) {
         return OPEN_DENIED;
     }

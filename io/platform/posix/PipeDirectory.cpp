@@ -111,10 +111,15 @@ int checkChosen(const std::string& directory) {
 
 }  // namespace
 
+std::string chosenPipeDirectory() {
+    std::string directory = fromEnvironment("CVTP_PIPE_DIR");
+    stripSlashes(directory);
+    return directory;
+}
+
 int findPipeDirectory(const std::string& systemDirectory, bool create, std::string& directory) {
-    directory = fromEnvironment("CVTP_PIPE_DIR");
+    directory = chosenPipeDirectory();
     if (!directory.empty()) {
-        stripSlashes(directory);
         return checkChosen(directory);
     }
     struct stat status {};

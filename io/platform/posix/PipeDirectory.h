@@ -24,6 +24,10 @@ constexpr const char* SYSTEM_PIPE_DIRECTORY = "/run/cvtp";
 /// @return 0 or the code of the system.
 int findPipeDirectory(const std::string& systemDirectory, bool create, std::string& directory);
 
+/// The folder that CVTP_PIPE_DIR names, whether it exists or not, without a slash at its end; empty when there is
+/// no such variable.
+std::string chosenPipeDirectory();
+
 }  // namespace Platform
 }  // namespace Io
 }  // namespace Corvane

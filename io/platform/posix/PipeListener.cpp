@@ -122,13 +122,13 @@ int PipeListener::bindSocket() {
 }
 
 int PipeListener::bindWithDefaultAccess() {
-    socket = SocketCalls::createSocket();
+    socket = SocketCalls::createSocket(true);
     return socket.isOpen() ? bindFile() : errno;
 }
 
 /// A server whose access cannot be set has the default access; that stops no server.
 int PipeListener::bindWith(PipeSecurity& security) {
-    socket = SocketCalls::createSocket();
+    socket = SocketCalls::createSocket(true);
     if (!socket.isOpen()) {
         return errno;
     }
@@ -154,7 +154,21 @@ bool PipeListener::isClosed() {
     return closed;
 }
 
-/// Takes a client that is there. A client that has gone again meanwhile is none.
+/// A socket that blocks takes one call for each client, and nobody learns whether the client was there before.
+/// Whoever has to know that, or waits for a limited time, looks first and then waits.
+///
+/// @return 0 or the code of the system.
+int PipeListener::prepareToWait(int timeoutMs) {
+    if (!blocking || (timeoutMs <= 0 && !isDebug())) {
+        return 0;
+    }
+    // For good: another thread may be about to wait as well.
+    blocking = false;
+    return SocketCalls::setBlocking(socket.get(), false) == 0 ? 0 : errno;
+}
+
+/// Takes a client that is there, or waits for one if the socket is blocking. A client that has gone again meanwhile
+/// is none.
 ///
 /// @return 0 or the code of the system, EAGAIN when there is no client.
 int PipeListener::tryAccept(ChannelHandle& channel) {
@@ -190,7 +204,8 @@ int PipeListener::accept(int timeoutMs, ChannelHandle& channel) {
         logAcceptError(OPERATION_ABORTED);
         return ABORTED;
     }
-    const int error = tryAccept(channel);
+    const int unprepared = prepareToWait(timeoutMs);
+    const int error = unprepared == 0 ? tryAccept(channel) : unprepared;
     if (error == 0) {
         logAcceptError(PIPE_CONNECTED);
         return logResult(SUCCESS);
@@ -268,7 +283,8 @@ void PipeListener::close() {
     // Before anything is logged, which takes its time, and may fail.
     const bool failed = isOwner && SocketCalls::shutDown(socket.get()) != 0;
     logClose(socket.get(), failed ? errno : 0);
-    if (isOwner) {
+    // Only a socket that was shut down says that there is no client, and does not wait for one.
+    if (isOwner && !failed) {
         dismissClients();
     }
 }
@@ -285,7 +301,7 @@ int createInstance(const std::string& path, bool readable, bool writable, bool f
     }
     listener.reset();
     PipeAddress address;
-    int code = findPipe(path, true, address);
+    int code = findPipe(path, PipeSearch::TO_CREATE, address);
     if (code != 0) {
         return createFailed(code);
     }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -44,6 +45,7 @@ class PipeListener {
     int bindWith(PipeSecurity& security);
     int bindWithDefaultAccess();
     int bindFile();
+    int prepareToWait(int timeoutMs);
     int tryAccept(ChannelHandle& channel);
     int acceptWaiting(int timeoutMs, ChannelHandle& channel);
     int acceptFailed(int error);
@@ -56,6 +58,7 @@ class PipeListener {
     NameClaim claim;
     bool readable = false;
     bool writable = false;
+    std::atomic<bool> blocking{true};
     /// Guarded by mutex, and so is the claim once the listener is open.
     bool closed = false;
     std::mutex mutex;

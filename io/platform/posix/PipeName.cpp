@@ -16,23 +16,20 @@ const char* const DIGEST_PREFIX = "%sha256-";
 const std::size_t MIN_DIGEST_DIGITS = 32;
 
 /// ASCII only, whatever the locale: client and server must agree.
-std::string lowerCase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') {
-            c = static_cast<char>(c - 'A' + 'a');
-        }
-    }
-    return text;
+char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-bool needsEscape(const std::string& name, std::size_t index) {
+bool needsEscape(std::string_view name, std::size_t index) {
     const unsigned char c = static_cast<unsigned char>(name[index]);
     return c < 0x20 || c == 0x7F || c == '/' || c == '%' || (c == '.' && index == 0);
 }
 
-std::string escape(const std::string& name) {
+/// In small letters.
+std::string escape(std::string_view name) {
     const char* const DIGITS = "0123456789ABCDEF";
     std::string file;
+    file.reserve(name.size());
     for (std::size_t i = 0; i < name.size(); ++i) {
         if (needsEscape(name, i)) {
             const unsigned char c = static_cast<unsigned char>(name[i]);
@@ -40,16 +37,20 @@ std::string escape(const std::string& name) {
             file += DIGITS[c >> 4];
             file += DIGITS[c & 0xF];
         } else {
-            file += name[i];
+            file += lowerCase(name[i]);
         }
     }
     return file;
 }
 
-std::string digest(const std::string& name, std::size_t room) {
+/// Of the name in small letters.
+std::string digest(std::string name, std::size_t room) {
     const std::string prefix = DIGEST_PREFIX;
     if (room < prefix.size() + MIN_DIGEST_DIGITS) {
         return std::string();
+    }
+    for (char& c : name) {
+        c = lowerCase(c);
     }
     Poco::SHA2Engine engine(Poco::SHA2Engine::SHA_256);
     engine.update(name);
@@ -66,15 +67,14 @@ int digitValue(char c) {
 
 }  // namespace
 
-bool isPipeName(const std::string& name) {
-    return !name.empty() && name.size() <= MAX_NAME_LENGTH &&
-           name.find_first_of(std::string("\\\0", 2)) == std::string::npos;
+bool isPipeName(std::string_view name) {
+    return !name.empty() && name.size() <= MAX_NAME_LENGTH && name.find('\\') == std::string_view::npos &&
+           name.find('\0') == std::string_view::npos;
 }
 
-std::string pipeFileName(const std::string& name, std::size_t room) {
-    const std::string lowered = lowerCase(name);
-    const std::string file = escape(lowered);
-    return file.size() <= room ? file : digest(lowered, room);
+std::string pipeFileName(std::string_view name, std::size_t room) {
+    std::string file = escape(name);
+    return file.size() <= room ? file : digest(std::string(name), room);
 }
 
 std::string pipeNameOf(const std::string& fileName) {

@@ -2,13 +2,14 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace Corvane {
 namespace Io {
 namespace Platform {
 
 /// Whether a pipe can have that name: 1 to 256 bytes, without a backslash and without NUL.
-bool isPipeName(const std::string& name);
+bool isPipeName(std::string_view name);
 
 /// The name of the socket file that stands for a pipe. No two pipes share one, it never leads out of its folder,
 /// and it does not begin with a point.
@@ -20,7 +21,7 @@ bool isPipeName(const std::string& name);
 ///
 /// @param room the longest file name, in bytes.
 /// @return an empty string when there is not even room for half a digest.
-std::string pipeFileName(const std::string& name, std::size_t room);
+std::string pipeFileName(std::string_view name, std::size_t room);
 
 /// The name of the pipe for which a socket file stands, in small letters. A digest stays as it is: what it was made
 /// of cannot be found out.

@@ -42,8 +42,8 @@ const sockaddr* generic(const sockaddr_un& address) {
 
 }  // namespace
 
-FileDescriptor createSocket() {
-    return FileDescriptor(calls().socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+FileDescriptor createSocket(bool blocking) {
+    return FileDescriptor(calls().socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (blocking ? 0 : SOCK_NONBLOCK), 0));
 }
 
 sockaddr_un socketAddress(const std::string& file) {
@@ -99,9 +99,9 @@ int waitFor(int descriptor, short events, int timeoutMs) {
     return ready > 0 ? entry.revents : ready;
 }
 
-int setBlocking(int socket) {
+int setBlocking(int socket, bool blocking) {
     // createSocket() set no other flag.
-    return calls().fcntl(socket, F_SETFL, 0);
+    return calls().fcntl(socket, F_SETFL, blocking ? 0 : O_NONBLOCK);
 }
 
 int setReceiveTimeout(int socket, int timeoutMs) {

@@ -16,8 +16,8 @@ namespace Io {
 namespace Platform {
 namespace SocketCalls {
 
-/// A Unix domain stream socket, non-blocking and closed on exec.
-FileDescriptor createSocket();
+/// A Unix domain stream socket, closed on exec.
+FileDescriptor createSocket(bool blocking = false);
 
 /// The address of a socket file. `file` must fit; see MAX_SOCKET_PATH.
 sockaddr_un socketAddress(const std::string& file);
@@ -28,7 +28,7 @@ int connectTo(int socket, const sockaddr_un& address);
 /// Listens with room for exactly one client that was not accepted yet.
 int listenForOne(int socket);
 
-/// A blocking socket, closed on exec; none when there is no client or the call failed.
+/// A blocking socket, closed on exec; none when the call failed. Waits for a client if `socket` is blocking.
 FileDescriptor acceptClient(int socket);
 
 /// Fills the first, then the second, which may be empty.
@@ -45,7 +45,7 @@ ssize_t sendNow(int socket, const Block* begin, const Block* end);
 /// timeout.
 int waitFor(int descriptor, short events, int timeoutMs);
 
-int setBlocking(int socket);
+int setBlocking(int socket, bool blocking);
 /// 0 as timeout means none.
 int setReceiveTimeout(int socket, int timeoutMs);
 /// Applies to connectTo() on a blocking socket, too.
