@@ -39,9 +39,17 @@ CvtpResponse::CvtpResponse() = default;
 
 CvtpResponse::CvtpResponse(CvtpClient* client, std::istream* in)
     : client(client),
-      message(std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_RECEIVE, &encoder,
-                                                  client->getIntegerOption(CvtpClient::BUFFER_SIZE))) {
-    reader = message.get();
+      ownMessage(std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_RECEIVE, &encoder,
+                                                     client->getIntegerOption(CvtpClient::BUFFER_SIZE))),
+      message(ownMessage.get()) {
+    reader = message;
+}
+
+CvtpResponse::CvtpResponse(CvtpClient* client, std::istream* in, std::optional<CvtpMessageInImpl>& memory)
+    : client(client),
+      message(&memory.emplace(in, Internal::Cvtp::TAG_RECEIVE, &encoder,
+                              client->getIntegerOption(CvtpClient::BUFFER_SIZE))) {
+    reader = message;
 }
 
 CvtpResponse::~CvtpResponse() = default;

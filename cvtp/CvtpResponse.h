@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <istream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace Corvane {
 
 namespace Internal {
 namespace Cvtp {
+class Answer;
 class CvtpMessageInImpl;
-}
+}  // namespace Cvtp
 }  // namespace Internal
 
 namespace Cvtp {
@@ -61,12 +63,17 @@ class CVTP_EXPORT CvtpResponse : public CvtpMessageIn {
  private:
     /// A request hands its answer out when the head has been read.
     friend class TwoWayRequest;
+    friend class Internal::Cvtp::Answer;
 
     CvtpResponse();
+    /// The reader of the message is put into `memory`, which must outlive the response.
+    CvtpResponse(CvtpClient* client, std::istream* in, std::optional<Internal::Cvtp::CvtpMessageInImpl>& memory);
     void readHead();
 
     CvtpClient* client = nullptr;
-    std::unique_ptr<Internal::Cvtp::CvtpMessageInImpl> message;
+    /// Null when the reader stands elsewhere.
+    std::unique_ptr<Internal::Cvtp::CvtpMessageInImpl> ownMessage;
+    Internal::Cvtp::CvtpMessageInImpl* message = nullptr;
     Xml::Utf8String encoder;
 };
 

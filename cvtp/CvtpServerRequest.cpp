@@ -28,10 +28,20 @@ std::string resourceOf(const std::string& line) {
 
 CvtpServerRequest::CvtpServerRequest(CvtpServer* server, std::istream* in, Xml::Utf8String* scratch)
     : server(server),
-      message(std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_ACCEPT, scratch,
-                                                  server->getIntegerOption(CvtpServer::BUFFER_SIZE))),
+      ownMessage(std::make_unique<CvtpMessageInImpl>(in, Internal::Cvtp::TAG_ACCEPT, scratch,
+                                                     server->getIntegerOption(CvtpServer::BUFFER_SIZE))),
+      message(ownMessage.get()),
       scratch(scratch) {
-    reader = message.get();
+    reader = message;
+}
+
+CvtpServerRequest::CvtpServerRequest(CvtpServer* server, std::istream* in, Xml::Utf8String* scratch,
+                                     std::optional<CvtpMessageInImpl>& memory)
+    : server(server),
+      message(&memory.emplace(in, Internal::Cvtp::TAG_ACCEPT, scratch,
+                              server->getIntegerOption(CvtpServer::BUFFER_SIZE))),
+      scratch(scratch) {
+    reader = message;
 }
 
 CvtpServerRequest::~CvtpServerRequest() = default;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <istream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,12 +64,18 @@ class CVTP_EXPORT CvtpServerRequest : public CvtpMessageIn {
     /// A worker waits longer for a request to begin than for the rest of it.
     friend class Internal::Cvtp::RequestWorker;
 
+    /// The reader of the message is put into `memory`, which must outlive the request.
+    CvtpServerRequest(CvtpServer* server, std::istream* in, Xml::Utf8String* scratch,
+                      std::optional<Internal::Cvtp::CvtpMessageInImpl>& memory);
+
     void awaitStartLine();
     void readHead();
     bool hasStartLine() const;
 
     CvtpServer* server;
-    std::unique_ptr<Internal::Cvtp::CvtpMessageInImpl> message;
+    /// Null when the reader stands elsewhere.
+    std::unique_ptr<Internal::Cvtp::CvtpMessageInImpl> ownMessage;
+    Internal::Cvtp::CvtpMessageInImpl* message;
     Xml::Utf8String* scratch;
 };
 

@@ -44,7 +44,18 @@ CvtpServerResponse::CvtpServerResponse(CvtpServer* server, std::ostream* out, Xm
     : statusCode(STATUS_SERVER_ERROR),
       server(server),
       outputStream(out),
-      writer(std::make_unique<CvtpMessageOutImpl>(this, Internal::Cvtp::TAG_REPLY, scratch)),
+      ownWriter(std::make_unique<CvtpMessageOutImpl>(this, Internal::Cvtp::TAG_REPLY, scratch)),
+      writer(ownWriter.get()),
+      bufferSize(server->getIntegerOption(CvtpServer::BUFFER_SIZE)) {
+    writer->setProgram(HEADER_SERVER, server->getStringOption(CvtpServer::SERVER_NAME));
+}
+
+CvtpServerResponse::CvtpServerResponse(CvtpServer* server, std::ostream* out, Xml::Utf8String* scratch,
+                                       std::optional<CvtpMessageOutImpl>& memory)
+    : statusCode(STATUS_SERVER_ERROR),
+      server(server),
+      outputStream(out),
+      writer(&memory.emplace(this, Internal::Cvtp::TAG_REPLY, scratch)),
       bufferSize(server->getIntegerOption(CvtpServer::BUFFER_SIZE)) {
     writer->setProgram(HEADER_SERVER, server->getStringOption(CvtpServer::SERVER_NAME));
 }
@@ -85,7 +96,7 @@ std::ostream* CvtpServerResponse::getBodyStream() {
         bodyStream->seal();
     } else if (bodyStream == nullptr) {
         writer->setHeader(HEADER_TRANSFER_ENCODING, HEADER_CHUNKED_ENCODING);
-        bodyStream = std::make_unique<CvtpOStream>(bufferSize, true, *outputStream, writer.get());
+        bodyStream = std::make_unique<CvtpOStream>(bufferSize, true, *outputStream, writer);
     }
     return bodyStream.get();
 }

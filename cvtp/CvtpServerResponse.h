@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -79,6 +80,10 @@ class CVTP_EXPORT CvtpServerResponse : public CvtpMessageOut {
     /// A worker must know whether a reply broke off half way.
     friend class Internal::Cvtp::RequestWorker;
 
+    /// The writer of the message is put into `memory`, which must outlive the response.
+    CvtpServerResponse(CvtpServer* server, std::ostream* out, Xml::Utf8String* scratch,
+                       std::optional<Internal::Cvtp::CvtpMessageOutImpl>& memory);
+
     bool isSentInPart() const;
     std::string_view reason() const;
     void writeHeadAndBody();
@@ -90,7 +95,9 @@ class CVTP_EXPORT CvtpServerResponse : public CvtpMessageOut {
     CvtpServer* server;
     std::ostream* outputStream;
     std::unique_ptr<Internal::Cvtp::CvtpOStream> bodyStream;
-    std::unique_ptr<Internal::Cvtp::CvtpMessageOutImpl> writer;
+    /// Null when the writer stands elsewhere.
+    std::unique_ptr<Internal::Cvtp::CvtpMessageOutImpl> ownWriter;
+    Internal::Cvtp::CvtpMessageOutImpl* writer;
     /// Taken from the server at construction: a handler that outlasts its server may still write.
     std::int32_t bufferSize;
     bool sent = false;

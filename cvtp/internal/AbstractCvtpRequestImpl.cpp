@@ -8,6 +8,7 @@
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpConnectionManager.h"
 #include "cvtp/CvtpResponse.h"
+#include "cvtp/internal/Answer.h"
 #include "cvtp/internal/CvtpOStream.h"
 #include "cvtp/internal/LogAndThrow.h"
 #include "cvtp/internal/TraceTags.h"
@@ -181,7 +182,7 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     } else {
         writeHeadAndBody(*out, bufferSize);
     }
-    return isAnswered() ? std::make_unique<CvtpResponse>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
+    return isAnswered() ? std::make_unique<Answer>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
 }
 
 bool AbstractCvtpRequestImpl::isAnswered() const {

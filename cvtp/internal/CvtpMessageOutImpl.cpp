@@ -84,14 +84,25 @@ void CvtpMessageOutImpl::removeHeader(const std::string& name) {
 void CvtpMessageOutImpl::setBody(const char* data, std::size_t length) {
     // Appended, not replaced, on purpose: a second call leaves both lengths in the header.
     headers.addLength(length);
-    body.reset(length < std::numeric_limits<std::size_t>::max() ? static_cast<char*>(std::malloc(length + 1))
-                                                                : nullptr);
-    if (!body) {
+    char* const place = placeOfBody(length);
+    copyFromTheEnd(place, data, length);
+    place[length] = '\0';
+    body = place;
+    bodyLength = length;
+}
+
+/// Memory for so many bytes and a NUL; there is no body until it is used.
+char* CvtpMessageOutImpl::placeOfBody(std::size_t length) {
+    body = nullptr;
+    if (length < smallBody.size()) {
+        return smallBody.data();
+    }
+    largeBody.reset(length < std::numeric_limits<std::size_t>::max() ? static_cast<char*>(std::malloc(length + 1))
+                                                                     : nullptr);
+    if (!largeBody) {
         throw std::bad_alloc();
     }
-    copyFromTheEnd(body.get(), data, length);
-    body.get()[length] = '\0';
-    bodyLength = length;
+    return largeBody.get();
 }
 
 bool CvtpMessageOutImpl::isCommitted() const {
@@ -99,12 +110,12 @@ bool CvtpMessageOutImpl::isCommitted() const {
 }
 
 std::int64_t CvtpMessageOutImpl::getBodyLength() const {
-    return body ? static_cast<std::int64_t>(bodyLength) : -1;
+    return body != nullptr ? static_cast<std::int64_t>(bodyLength) : -1;
 }
 
 void CvtpMessageOutImpl::writeBody(std::ostream& out) const {
-    if (body) {
-        out.write(body.get(), static_cast<std::streamsize>(bodyLength));
+    if (body != nullptr) {
+        out.write(body, static_cast<std::streamsize>(bodyLength));
     }
 }
 
@@ -131,7 +142,7 @@ void CvtpMessageOutImpl::writeHeadAndBody(std::ostream& out, const StartLine& st
         commit(out, head);
     }
     if (bodyLength > 0) {
-        writer.write(body.get(), static_cast<std::size_t>(bodyLength));
+        writer.write(body, static_cast<std::size_t>(bodyLength));
     }
     if (together) {
         commit(out, head);
@@ -153,7 +164,7 @@ bool CvtpMessageOutImpl::writeInOnePiece(std::ostream& out, const StartLine& sta
     composeHead(startLine, buffer->claim(headSize));
     if (bodyLength > 0) {
         const std::size_t length = static_cast<std::size_t>(bodyLength);
-        put(buffer->claim(length), {body.get(), length});
+        put(buffer->claim(length), {body, length});
     }
     try {
         buffer->pubsync();

@@ -71,6 +71,7 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
         void operator()(char* bytes) const { std::free(bytes); }
     };
 
+    char* placeOfBody(std::size_t length);
     std::size_t measureHead(const StartLine& startLine) const;
     void composeHead(const StartLine& startLine, char* head) const;
     std::string composeHead(const StartLine& startLine) const;
@@ -83,7 +84,11 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     const char* tag;
     HeadersToSend headers;
     bool committed = false;
-    std::unique_ptr<char, Free> body;
+    /// A copy of the bytes given to setBody(), and a NUL; null before.
+    const char* body = nullptr;
+    /// Where the copy is. Most are small, and need no memory of their own.
+    std::array<char, 256> smallBody;
+    std::unique_ptr<char, Free> largeBody;
     std::uint64_t bodyLength = 0;
     /// Header values go out as they are, since text is UTF-8 on both sides of it.
     [[maybe_unused]] Xml::Utf8String* encoder;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -9,6 +10,8 @@
 #include "cvtp/CvtpServer.h"
 #include "cvtp/CvtpServerRequest.h"
 #include "cvtp/CvtpServerResponse.h"
+#include "cvtp/internal/CvtpMessageInImpl.h"
+#include "cvtp/internal/CvtpMessageOutImpl.h"
 #include "cvtp/internal/FaultGuard.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/StreamUtil.h"
@@ -141,7 +144,8 @@ void RequestWorker::installOutputBuffer() {
 /// @return whether the connection goes on.
 bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
     pipe->setReadTimeout(server->getIntegerOption(CvtpServer::IDLE_TIMEOUT));
-    CvtpServerRequest request(server, &input(), &scratch);
+    std::optional<CvtpMessageInImpl> memory;
+    CvtpServerRequest request(server, &input(), &scratch, memory);
     return awaitRequest(request) && processRequest(request, scratch);
 }
 
@@ -233,7 +237,8 @@ bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scr
         logDebug("Begin processing of POST request (" + fullName + ").");
     }
     installOutputBuffer();
-    CvtpServerResponse response(server, &output(), &scratch);
+    std::optional<CvtpMessageOutImpl> memory;
+    CvtpServerResponse response(server, &output(), &scratch, memory);
     ++server->postRequests;
     server->getHandler()->doPost(request, response);
     if (isDebug()) {
