@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "cvtp/CvtpMessage.h"
 
@@ -58,13 +59,15 @@ void HeadersToSend::remove(std::string_view name) {
 
 CvtpHeaders& HeadersToSend::sort() {
     if (!sorted) {
-        sorted = std::make_unique<CvtpHeaders>();
+        // Those that are kept apart count until all of them are in.
+        auto all = std::make_unique<CvtpHeaders>();
         if (programName != nullptr) {
-            sorted->add(*programName, program.view());
+            all->add(*programName, program.view());
         }
         if (lengthSize > 0) {
-            sorted->add(lengthName(), lengthText());
+            all->add(lengthName(), lengthText());
         }
+        sorted = std::move(all);
     }
     return *sorted;
 }

@@ -1,6 +1,7 @@
 #include "cvtp/internal/ReceivedHeaders.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Corvane {
 namespace Internal {
@@ -55,11 +56,13 @@ std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
 
 const CvtpHeaders& ReceivedHeaders::all() const {
     if (!sorted) {
-        sorted = std::make_unique<CvtpHeaders>();
+        // Not there before all of them are in.
+        auto added = std::make_unique<CvtpHeaders>();
         for (std::string_view rest = kept.view(); !rest.empty();) {
             const HeaderLine line(takeLine(rest));
-            sorted->add(line.name, line.value);
+            added->add(line.name, line.value);
         }
+        sorted = std::move(added);
     }
     return *sorted;
 }
