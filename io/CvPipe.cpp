@@ -198,6 +198,11 @@ std::ostream* PipeStreams::outputOf(CvPipe& pipe) {
     return pipe.outputStream;
 }
 
+void PipeStreams::setIdleMemory(CvPipe& pipe, char* memory, std::size_t length) {
+    pipe.idleMemory = memory;
+    pipe.idleLength = length;
+}
+
 void CvPipe::setReadTimeout(int ms) {
     readTimeout = ms;
 }
@@ -217,7 +222,8 @@ int CvPipe::getConnectTimeout() {
 int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
     const Call call(*this);
     const auto* const channel = call.channel();
-    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs)
+    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs,
+                                                                   {idleMemory, idleLength})
                                            : static_cast<int>(Platform::ABORTED));
 }
 

@@ -27,6 +27,7 @@ class ServerCvPipe;
 namespace PipeStreams {
 std::istream* inputOf(CvPipe& pipe);
 std::ostream* outputOf(CvPipe& pipe);
+void setIdleMemory(CvPipe& pipe, char* memory, std::size_t length);
 }  // namespace PipeStreams
 
 /// One end of a connected pipe. A client opens it by name; a server gets it from ServerCvPipe::accept().
@@ -118,6 +119,7 @@ class CVTP_EXPORT CvPipe {
     friend class PipeBufferBase<char>;
     friend std::istream* PipeStreams::inputOf(CvPipe& pipe);
     friend std::ostream* PipeStreams::outputOf(CvPipe& pipe);
+    friend void PipeStreams::setIdleMemory(CvPipe& pipe, char* memory, std::size_t length);
 
     /// A read or write under way.
     class Call;
@@ -146,6 +148,9 @@ class CVTP_EXPORT CvPipe {
     std::ostream* outputStream = nullptr;
     /// Whether an application had one of them.
     bool streamsLent = false;
+    /// See PipeStreams::setIdleMemory().
+    char* idleMemory = nullptr;
+    std::size_t idleLength = 0;
     std::unique_ptr<PipeBufferBase<char>> inputBuffer;
     std::unique_ptr<PipeBufferBase<char>> outputBuffer;
     std::int32_t connectTimeout;

@@ -30,6 +30,11 @@ void keep(std::ostream* stream, bool wasLent);
 std::istream* inputOf(CvPipe& pipe);
 std::ostream* outputOf(CvPipe& pipe);
 
+/// Whole pages that hold nothing of value while reads of the pipe wait, until this is called again: they may be
+/// full of zeros after any read. The buffers of the streams, for example, while both are empty. 0 as length means
+/// none.
+void setIdleMemory(CvPipe& pipe, char* memory, std::size_t length);
+
 }  // namespace PipeStreams
 
 }  // namespace Io

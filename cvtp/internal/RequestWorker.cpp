@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <istream>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <utility>
@@ -36,6 +37,10 @@ using Io::TimeoutException;
 namespace {
 
 const std::streamsize READ_OVER_PIECE = 64 * 1024;
+
+/// Buffers that begin and end with a page can be given back to the system while nothing is in them. Where pages are
+/// larger they stay. Bytes.
+const std::size_t PAGE_SIZE = 4096;
 
 }  // namespace
 
@@ -129,16 +134,31 @@ std::ostream& RequestWorker::output() const {
 
 void RequestWorker::installInputBuffer() {
     bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
-    inputBuffer.reset(new char[bufferSize]);
-    input().rdbuf()->pubsetbuf(inputBuffer.get(), static_cast<std::streamsize>(bufferSize));
+    bufferRoom = (bufferSize + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
+    std::size_t size = 2 * bufferRoom + PAGE_SIZE;
+    memory.reset(new char[size]);
+    void* start = memory.get();
+    buffers = static_cast<char*>(std::align(PAGE_SIZE, 2 * bufferRoom, start, size));
+    input().rdbuf()->pubsetbuf(buffers, static_cast<std::streamsize>(bufferSize));
 }
 
-/// Not before it is needed: most of a server's connections may be idle.
 void RequestWorker::installOutputBuffer() {
-    if (!outputBuffer) {
-        outputBuffer.reset(new char[bufferSize]);
-        output().rdbuf()->pubsetbuf(outputBuffer.get(), static_cast<std::streamsize>(bufferSize));
+    if (!hasOutputBuffer) {
+        output().rdbuf()->pubsetbuf(buffers + bufferRoom, static_cast<std::streamsize>(bufferSize));
+        hasOutputBuffer = true;
     }
+}
+
+/// Waits for the next request, with as little memory as possible: most of a server's connections may be idle.
+///
+/// @return false at the end of the connection.
+bool RequestWorker::awaitBytes() const {
+    const auto* const out = hasOutputBuffer ? StreamUtil::PipeBuffer::from(output().rdbuf()) : nullptr;
+    const bool isOutputEmpty = out == nullptr || out->room() == static_cast<std::streamsize>(bufferSize);
+    Io::PipeStreams::setIdleMemory(*pipe, buffers, isOutputEmpty ? 2 * bufferRoom : bufferRoom);
+    const bool isEnd = input().rdbuf()->sgetc() == std::char_traits<char>::eof();
+    Io::PipeStreams::setIdleMemory(*pipe, nullptr, 0);
+    return !isEnd;
 }
 
 /// @return whether the connection goes on.
@@ -152,7 +172,7 @@ bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
 bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
     try {
         // Most connections end here, in order. An exception for that would cost more than a request.
-        if (input().rdbuf()->sgetc() == std::char_traits<char>::eof()) {
+        if (!awaitBytes()) {
             logInterrupted(StreamUtil::LINE_CUT_OFF);
             return false;
         }

@@ -60,6 +60,7 @@ class RequestWorker : public Poco::Runnable {
     std::ostream& output() const;
     void installInputBuffer();
     void installOutputBuffer();
+    bool awaitBytes() const;
     bool serveRequest(Xml::Utf8String& scratch);
     bool awaitRequest(Corvane::Cvtp::CvtpServerRequest& request);
     bool processRequest(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
@@ -82,8 +83,12 @@ class RequestWorker : public Poco::Runnable {
     std::string fullName;
     /// Of each stream, in bytes.
     std::size_t bufferSize = 1;
-    std::unique_ptr<char[]> inputBuffer;
-    std::unique_ptr<char[]> outputBuffer;
+    /// The same in whole pages.
+    std::size_t bufferRoom = 0;
+    std::unique_ptr<char[]> memory;
+    /// The first page in it: there begins the buffer of the input, and behind that the one of the output.
+    char* buffers = nullptr;
+    bool hasOutputBuffer = false;
     std::atomic<bool> started{false};
     /// Closing twice would be told to operators as a failure.
     std::atomic<bool> pipeClosed{false};

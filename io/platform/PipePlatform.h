@@ -67,10 +67,19 @@ constexpr int WRITE_TIMEOUT_MS = 10000;
 ///         after a failure, too; closeChannel() releases it.
 int openChannel(const std::string& path, bool readable, bool writable, int timeoutMs, ChannelHandle& channel);
 
-/// Reads what is there, at least one byte and at most `length`; waits for it at most `timeoutMs`.
+/// Memory of the process that holds nothing while a connection waits for its other end: whole pages, nobody else's.
+/// Where the system allows it they are given back to it when the wait gets long, and are there again, full of
+/// zeros, when they are next used.
+struct IdleMemory {
+    char* data = nullptr;
+    std::size_t length = 0;
+};
+
+/// Reads what is there, at least one byte and at most `length`; waits for it at most `timeoutMs`. `buffer` may be
+/// part of `idle`.
 ///
 /// @return the count; 0 at the end of data; READ_TIMED_OUT, READ_FAILED or ABORTED. A null channel is READ_FAILED.
-int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs);
+int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs, const IdleMemory& idle = {});
 
 /// Memory that waits for bytes.
 struct Room {

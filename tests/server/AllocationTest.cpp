@@ -64,7 +64,8 @@ TEST_F(AllocationTest, WithoutMemoryForItsBuffersAWorkerClosesItsConnection) {
     RunningServer service("pipe");
     service.server.setOption(CvtpServer::BUFFER_SIZE, 123457);
     service.start();
-    WatchedMemory::watch(123457, 123457, haveNoMemory);
+    // Those of both directions at once.
+    WatchedMemory::watch(2 * 123457, 3 * 123457, haveNoMemory);
     RawClient client("pipe");
     EXPECT_EQ(client.receiveToEnd(), "");
     EXPECT_FALSE(WatchedMemory::isWatching());

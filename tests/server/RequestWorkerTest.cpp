@@ -188,6 +188,16 @@ TEST_F(RequestWorkerTest, TheBodyOfAnUnknownMethodIsNotRead) {
     EXPECT_TRUE(log.has(summaryLine("pipe", 0, 0, 1, 0, 0, 1)));
 }
 
+TEST_F(RequestWorkerTest, AConnectionThatWasQuietForAWhileGoesOn) {
+    service.start();
+    RawClient client("pipe");
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(client.post("hello"), "hello");
+        // By then it has given its memory back.
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    }
+}
+
 TEST_F(RequestWorkerTest, TheNameOfTheServerNamesItsWorkersInTheLog) {
     service.server.setOption(CvtpServer::SERVER_NAME, "Orders");
     service.start();

@@ -1,6 +1,7 @@
 #include "io/platform/posix/PipeChannel.h"
 
 #include <poll.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,6 +24,15 @@ namespace Platform {
 namespace {
 
 using namespace Internal::Cvtp;
+
+/// A connection that waits for so long is a quiet one, and gives its memory back. To get it again costs a few
+/// microseconds, which nobody notices after such a time. Milliseconds.
+const int QUIET_MS = 100;
+
+/// The first part of a wait of `timeoutMs`, 0 for one without end.
+int untilQuiet(int timeoutMs) {
+    return timeoutMs == 0 ? QUIET_MS : std::min(timeoutMs, QUIET_MS);
+}
 
 /// There is no event here, but the line of the log keeps its form.
 const char* const NO_EVENT = "-1";
@@ -119,7 +129,7 @@ bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
     return true;
 }
 
-int PipeChannel::read(Room first, Room second, int timeoutMs) {
+int PipeChannel::read(Room first, Room second, int timeoutMs, IdleMemory idle) {
     if (closed.load()) {
         return ABORTED;
     }
@@ -132,7 +142,7 @@ int PipeChannel::read(Room first, Room second, int timeoutMs) {
     const Deadline deadline(timeoutMs);
     int wait = std::max(timeoutMs, 0);
     for (;;) {
-        if (!applyReceiveTimeout(wait)) {
+        if (!applyReceiveTimeout(idle.length > 0 ? untilQuiet(wait) : wait)) {
             return readFailed(errno);
         }
         const ssize_t count = receive(first, second);
@@ -149,6 +159,11 @@ int PipeChannel::read(Room first, Room second, int timeoutMs) {
         }
         if (error != EINTR && error != EAGAIN) {
             return readFailed(error);
+        }
+        if (error == EAGAIN && idle.length > 0) {
+            // A system that does not want them back lets the connection keep them.
+            calls().madvise(idle.data, idle.length, MADV_DONTNEED);
+            idle.length = 0;
         }
         if (!deadline.isUnlimited()) {
             wait = deadline.remaining();
@@ -262,12 +277,12 @@ void PipeChannel::close() {
     logClose(socket.get(), failed ? errno : 0);
 }
 
-int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
-    return readChannel(channel, {buffer, length}, {nullptr, 0}, timeoutMs);
+int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs, const IdleMemory& idle) {
+    return channel ? channel->read({buffer, length}, {nullptr, 0}, timeoutMs, idle) : readFailed(EBADF);
 }
 
 int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs) {
-    return channel ? channel->read(first, second, timeoutMs) : readFailed(EBADF);
+    return channel ? channel->read(first, second, timeoutMs, {}) : readFailed(EBADF);
 }
 
 int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {

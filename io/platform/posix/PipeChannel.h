@@ -23,7 +23,7 @@ class PipeChannel {
     PipeChannel(FileDescriptor socket, bool readable, bool writable);
 
     /// See readChannel().
-    int read(Room first, Room second, int timeoutMs);
+    int read(Room first, Room second, int timeoutMs, IdleMemory idle);
 
     /// See writeChannel().
     int write(const char* buffer, int length);

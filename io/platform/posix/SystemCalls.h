@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -38,6 +39,9 @@ struct SystemCalls {
     int (*poll)(pollfd* entries, nfds_t count, int timeoutMs) = &::poll;
     int (*setsockopt)(int socket, int level, int option, const void* value, socklen_t length) = &::setsockopt;
     int (*shutdown)(int socket, int how) = &::shutdown;
+
+    // Memory.
+    int (*madvise)(void* address, std::size_t length, int advice) = &::madvise;
 
     // Descriptors of every kind.
     int (*fcntl)(int descriptor, int command, ...) = &::fcntl;

@@ -282,7 +282,7 @@ void PipeChannel::close() {
     logClose(end.pipe, end.event, isCancelled, error);
 }
 
-int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs) {
+int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs, const IdleMemory&) {
     return readChannel(channel, {buffer, length}, {nullptr, 0}, timeoutMs);
 }
 

@@ -296,6 +296,10 @@ class FakeSystem {
         return result;
     }
     void useFiles() {
+        use(table.madvise, "madvise", [](void* address, std::size_t length, int advice) {
+            return run("madvise", std::to_string(length),
+                       [&](std::size_t) { return ::madvise(address, length, advice); });
+        });
         use(table.fcntl, "fcntl", &FakeSystem::fcntl);
         use(table.open, "open", &FakeSystem::open);
         use(table.fstat, "fstat", [](int descriptor, Io::Platform::FileStatus* status) {
