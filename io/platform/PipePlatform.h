@@ -131,8 +131,8 @@ int closeListener(const ListenerHandle& listener);
 /// set there.
 std::optional<std::string> environmentVariable(const char* name);
 
-/// Milliseconds since 1970, for those who ask often and need not know exactly: between two ticks of the system, which
-/// are 1 to 16 ms apart, the time stands still.
+/// Milliseconds since 1970, for those who ask often and need not know exactly: between two ticks of the system,
+/// which are 1 to 16 ms apart, the time stands still.
 std::int64_t coarseTime();
 
 }  // namespace Platform

@@ -232,6 +232,22 @@ TEST(PipeReading, TakesABodyAheadAsItTakesAnyOther) {
     }
 }
 
+TEST(PipeReading, ABodyOfNoBytesIsCompleteBeforeItIsAskedFor) {
+    const TemporaryPipeDirectory folder;
+    const Lines expected{"c incomplete", "l POST /a CVTP/1.0", "c complete", "b ",  "c complete",
+                         "b ",           "s good  end",        "n ",         "b hi"};
+    for (const char* const length : {"0", "-5", "none", "-99999999999999999999"}) {
+        const std::string bytes = std::string("POST /a CVTP/1.0\r\nContent-Length: ") + length + "\r\n\r\n" + NEXT;
+        for (const Watching& watching : WATCHINGS) {
+            const Arrival arrival{bytes, "", bytes.size()};
+            Lines results = outcomeFromPipe(arrival, "clcbcbsnb", watching);
+            EXPECT_EQ(results, outcomeFromAnyOther(arrival, "clcbcbsnb", watching));
+            results.resize(expected.size());
+            EXPECT_EQ(results, expected) << "length " << length << ", level " << watching.log;
+        }
+    }
+}
+
 /// A stream that the exception of a body leaves behind.
 TEST(PipeReading, WaitsForABodyOfWhichAByteIsMissingAsForAnyOther) {
     const TemporaryPipeDirectory folder;

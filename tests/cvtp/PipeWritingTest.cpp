@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -31,7 +32,8 @@ using Lines = std::vector<std::string>;
 /// A pipe that is written to through a buffer of some size.
 class PipeSink {
  public:
-    explicit PipeSink(std::size_t size) : memory(new char[size]) {
+    explicit PipeSink(std::size_t size) : memory(new char[size + 1]), size(size) {
+        memory[size] = GUARD;
         Io::ServerCvPipe server("sink", true, false);
         pipe.connect("sink", false, true);
         server.accept(reader);
@@ -46,6 +48,7 @@ class PipeSink {
 
     /// All that has left. Nothing can be written after it.
     std::string received() {
+        EXPECT_EQ(memory[size], GUARD) << "written behind the end of the buffer";
         pipe.close();
         std::string all;
         char block[1000];
@@ -56,7 +59,10 @@ class PipeSink {
     }
 
  private:
+    static constexpr char GUARD = '#';
+
     std::unique_ptr<char[]> memory;
+    const std::size_t size;
     Io::CvPipe pipe;
     Io::CvPipe reader;
 };
@@ -112,9 +118,7 @@ class PipeWriting : public testing::TestWithParam<Watching> {
         return sink;
     }
 
-    static void write(CvtpMessageOutImpl& message, PipeSink& sink) {
-        writeHeadAndBody(message, sink);
-    }
+    static void write(CvtpMessageOutImpl& message, PipeSink& sink) { writeHeadAndBody(message, sink); }
 
     const TemporaryPipeDirectory folder;
     mutable StartLineOwner owner;
@@ -243,9 +247,36 @@ TEST(LinesInAPipe, EndNowhereElse) {
     message.setProgram(CvtpMessage::HEADER_SERVER, std::string("A\r\n B\0C", 8));
     message.setBody("x\0\n", 3);
     writeHeadAndBody(message, sink);
-    EXPECT_EQ(sink.received(),
-              std::string("POST /a CVTP/1.0\r\nContent-Length: 3\r\nServer: A   B C\r\n\r\n") +
-                  std::string("x\0\n", 3));
+    EXPECT_EQ(sink.received(), std::string("POST /a CVTP/1.0\r\nContent-Length: 3\r\nServer: A   B C\r\n\r\n") +
+                                   std::string("x\0\n", 3));
+}
+
+TEST(LinesInAPipe, EndNowhereElseWhenAnOwnerGivesThem) {
+    const TemporaryPipeDirectory folder;
+    StartLineOwner owner(std::string("POST /a\r\nb\0c CVTP/1.0\n", 22));
+    PipeSink sink(4096);
+    CvtpMessageOutImpl message(&owner, Internal::Cvtp::TAG_SEND, nullptr);
+    message.writeHeaders(sink.stream());
+    EXPECT_EQ(sink.received(), "POST /a  b c CVTP/1.0 \r\n\r\n");
+}
+
+TEST(BodiesInAPipe, AreOfAnySizeAndReplaceOneAnother) {
+    const TemporaryPipeDirectory folder;
+    StartLineOwner owner;
+    // Around the size that needs memory of its own.
+    const std::vector<std::size_t> sizes{0, 1, 255, 256, 257, 1000};
+    for (const std::size_t first : sizes) {
+        for (const std::size_t second : sizes) {
+            PipeSink sink(4096);
+            CvtpMessageOutImpl message(&owner, Internal::Cvtp::TAG_SEND, nullptr);
+            message.setBody(std::string(first, 'a').data(), first);
+            message.setBody(std::string(second, 'b').data(), second);
+            EXPECT_EQ(message.getBodyLength(), static_cast<std::int64_t>(second));
+            writeHeadAndBody(message, sink);
+            EXPECT_EQ(sink.received(), "POST /a CVTP/1.0\r\nContent-Length: " + std::to_string(first) + "," +
+                                           std::to_string(second) + "\r\n\r\n" + std::string(second, 'b'));
+        }
+    }
 }
 
 }  // namespace

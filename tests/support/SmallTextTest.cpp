@@ -1,0 +1,28 @@
+#include "support/SmallText.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace Corvane {
+namespace {
+
+TEST(SmallText, IsEmptyAtFirst) {
+    const SmallText<4> text{};
+    EXPECT_TRUE(text.empty());
+    EXPECT_EQ(text.view(), "");
+}
+
+TEST(SmallText, HoldsTheLastTextOfAnySize) {
+    SmallText<4> text;
+    for (const std::string next : {"abc", "defg", "hijkl", "m", "nopqrstuvwxyz", "ABCD", "", "EFGHI"}) {
+        text.assign(next);
+        EXPECT_EQ(text.view(), next);
+        EXPECT_EQ(text.empty(), next.empty());
+    }
+    text.assign(std::string("a\0b", 3));
+    EXPECT_EQ(text.view(), std::string("a\0b", 3));
+}
+
+}  // namespace
+}  // namespace Corvane
