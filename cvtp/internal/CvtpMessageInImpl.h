@@ -72,7 +72,7 @@ class CvtpMessageInImpl : public Corvane::Cvtp::CvtpMessageIn {
 
     std::istream* in;
     const std::string_view tag;
-    SmallText<128> startLine;
+    SmallText<80> startLine;
     ReceivedHeaders headers;
     /// How the body is framed; not known until the head was read.
     enum class Framing { UNKNOWN, COUNTED, CHUNKED };

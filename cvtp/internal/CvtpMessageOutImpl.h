@@ -87,7 +87,7 @@ class CvtpMessageOutImpl : public Corvane::Cvtp::CvtpMessageOut, public CvtpHead
     /// A copy of the bytes given to setBody(), and a NUL; null before.
     const char* body = nullptr;
     /// Where the copy is. Most are small, and need no memory of their own.
-    std::array<char, 256> smallBody;
+    std::array<char, 128> smallBody;
     std::unique_ptr<char, Free> largeBody;
     std::uint64_t bodyLength = 0;
     /// Header values go out as they are, since text is UTF-8 on both sides of it.

@@ -28,7 +28,7 @@ class ReceivedHeaders {
     const CvtpHeaders& all() const;
 
  private:
-    SmallText<256> kept;
+    SmallText<160> kept;
     /// Mutable, as when they are sorted is of no concern to anybody.
     mutable std::unique_ptr<CvtpHeaders> sorted;
 };

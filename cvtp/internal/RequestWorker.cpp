@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <istream>
-#include <memory>
-#include <optional>
+#include <new>
 #include <ostream>
 #include <utility>
 
@@ -11,8 +10,6 @@
 #include "cvtp/CvtpServer.h"
 #include "cvtp/CvtpServerRequest.h"
 #include "cvtp/CvtpServerResponse.h"
-#include "cvtp/internal/CvtpMessageInImpl.h"
-#include "cvtp/internal/CvtpMessageOutImpl.h"
 #include "cvtp/internal/FaultGuard.h"
 #include "cvtp/internal/Logging.h"
 #include "cvtp/internal/StreamUtil.h"
@@ -113,6 +110,9 @@ void RequestWorker::serve() {
         // One for all messages of the connection, so that its memory is allocated once.
         Xml::Utf8String scratch;
         while (!stopRequested && serveRequest(scratch)) {
+            // An idle connection keeps nothing of its last request.
+            reader.reset();
+            writer.reset();
         }
     } catch (...) {
         logInfo("Application error detected. The pipe will be closed.");
@@ -135,16 +135,18 @@ std::ostream& RequestWorker::output() const {
 void RequestWorker::installInputBuffer() {
     bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
     bufferRoom = (bufferSize + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
-    std::size_t size = 2 * bufferRoom + PAGE_SIZE;
-    memory.reset(new char[size]);
-    void* start = memory.get();
-    buffers = static_cast<char*>(std::align(PAGE_SIZE, 2 * bufferRoom, start, size));
-    input().rdbuf()->pubsetbuf(buffers, static_cast<std::streamsize>(bufferSize));
+    // What lies around it can be used for something else, unlike the rest of a larger block.
+    buffers.reset(static_cast<char*>(::operator new(2 * bufferRoom, std::align_val_t(PAGE_SIZE))));
+    input().rdbuf()->pubsetbuf(buffers.get(), static_cast<std::streamsize>(bufferSize));
+}
+
+void RequestWorker::FreePages::operator()(char* pages) const {
+    ::operator delete(pages, std::align_val_t(PAGE_SIZE));
 }
 
 void RequestWorker::installOutputBuffer() {
     if (!hasOutputBuffer) {
-        output().rdbuf()->pubsetbuf(buffers + bufferRoom, static_cast<std::streamsize>(bufferSize));
+        output().rdbuf()->pubsetbuf(buffers.get() + bufferRoom, static_cast<std::streamsize>(bufferSize));
         hasOutputBuffer = true;
     }
 }
@@ -155,7 +157,7 @@ void RequestWorker::installOutputBuffer() {
 bool RequestWorker::awaitBytes() const {
     const auto* const out = hasOutputBuffer ? StreamUtil::PipeBuffer::from(output().rdbuf()) : nullptr;
     const bool isOutputEmpty = out == nullptr || out->room() == static_cast<std::streamsize>(bufferSize);
-    Io::PipeStreams::setIdleMemory(*pipe, buffers, isOutputEmpty ? 2 * bufferRoom : bufferRoom);
+    Io::PipeStreams::setIdleMemory(*pipe, buffers.get(), isOutputEmpty ? 2 * bufferRoom : bufferRoom);
     const bool isEnd = input().rdbuf()->sgetc() == std::char_traits<char>::eof();
     Io::PipeStreams::setIdleMemory(*pipe, nullptr, 0);
     return !isEnd;
@@ -164,8 +166,7 @@ bool RequestWorker::awaitBytes() const {
 /// @return whether the connection goes on.
 bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
     pipe->setReadTimeout(server->getIntegerOption(CvtpServer::IDLE_TIMEOUT));
-    std::optional<CvtpMessageInImpl> memory;
-    CvtpServerRequest request(server, &input(), &scratch, memory);
+    CvtpServerRequest request(server, &input(), &scratch, reader);
     return awaitRequest(request) && processRequest(request, scratch);
 }
 
@@ -257,8 +258,7 @@ bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scr
         logDebug("Begin processing of POST request (" + fullName + ").");
     }
     installOutputBuffer();
-    std::optional<CvtpMessageOutImpl> memory;
-    CvtpServerResponse response(server, &output(), &scratch, memory);
+    CvtpServerResponse response(server, &output(), &scratch, writer);
     ++server->postRequests;
     server->getHandler()->doPost(request, response);
     if (isDebug()) {

@@ -6,8 +6,12 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "cvtp/internal/CvtpMessageInImpl.h"
+#include "cvtp/internal/CvtpMessageOutImpl.h"
 
 namespace Corvane {
 
@@ -55,6 +59,10 @@ class RequestWorker : public Poco::Runnable {
     void dropUnlessStarted();
 
  private:
+    struct FreePages {
+        void operator()(char* pages) const;
+    };
+
     void serve();
     std::istream& input() const;
     std::ostream& output() const;
@@ -85,10 +93,13 @@ class RequestWorker : public Poco::Runnable {
     std::size_t bufferSize = 1;
     /// The same in whole pages.
     std::size_t bufferRoom = 0;
-    std::unique_ptr<char[]> memory;
-    /// The first page in it: there begins the buffer of the input, and behind that the one of the output.
-    char* buffers = nullptr;
+    /// That of the input, and behind it that of the output.
+    std::unique_ptr<char, FreePages> buffers;
     bool hasOutputBuffer = false;
+    /// Where the current request is read and its response written: not on the stack, of which an idle connection
+    /// would keep a page more for it.
+    std::optional<CvtpMessageInImpl> reader;
+    std::optional<CvtpMessageOutImpl> writer;
     std::atomic<bool> started{false};
     /// Closing twice would be told to operators as a failure.
     std::atomic<bool> pipeClosed{false};

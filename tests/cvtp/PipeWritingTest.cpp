@@ -264,7 +264,7 @@ TEST(BodiesInAPipe, AreOfAnySizeAndReplaceOneAnother) {
     const TemporaryPipeDirectory folder;
     StartLineOwner owner;
     // Around the size that needs memory of its own.
-    const std::vector<std::size_t> sizes{0, 1, 255, 256, 257, 1000};
+    const std::vector<std::size_t> sizes{0, 1, 127, 128, 129, 1000};
     for (const std::size_t first : sizes) {
         for (const std::size_t second : sizes) {
             PipeSink sink(4096);

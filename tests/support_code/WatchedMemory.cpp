@@ -1,6 +1,8 @@
 #include "tests/support_code/WatchedMemory.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -15,12 +17,14 @@ std::atomic<std::size_t> watchedFrom{0};
 std::atomic<std::size_t> watchedTo{0};
 std::function<void()> onWatched;
 
-void* allocate(std::size_t size) {
+void* allocate(std::size_t size, std::size_t alignment = alignof(std::max_align_t)) {
     std::size_t from = watchedFrom;
     if (from != 0 && size >= from && size <= watchedTo && watchedFrom.compare_exchange_strong(from, 0)) {
         onWatched();
     }
-    void* const block = std::malloc(size == 0 ? 1 : size);
+    // Whole multiples of the alignment, as the call demands.
+    const std::size_t multiple = (std::max<std::size_t>(size, 1) + alignment - 1) / alignment * alignment;
+    void* const block = std::aligned_alloc(alignment, multiple);
     if (block == nullptr) {
         throw std::bad_alloc();
     }
@@ -54,6 +58,18 @@ void* operator new(std::size_t size) {
 
 void* operator new[](std::size_t size) {
     return Corvane::Testing::allocate(size);
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return Corvane::Testing::allocate(size, static_cast<std::size_t>(alignment));
+}
+
+void operator delete(void* block, std::align_val_t) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    std::free(block);
 }
 
 void operator delete(void* block) noexcept {
