@@ -149,7 +149,9 @@ struct Watching {
 
 /// What a pipe logs of itself, and no other stream does.
 bool isOfThePipe(const std::string& text) {
-    return text == "DEBUG: Read timed out." || text.find("DEBUG: Close Handles: ") == 0;
+    // The warning is what Windows says of the end of the bytes.
+    return text == "DEBUG: Read timed out." || text.find("DEBUG: Close Handles: ") == 0 ||
+           text == "WARN: ReadFile error: 109";
 }
 
 /// What came of a script: its steps, then the log, then the trace.
