@@ -72,7 +72,7 @@ CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std
     return handOut(std::move(info), pipeName);
 }
 
-/// With the pool's lock held, as the two below. Null when there is none.
+/// With the pool's lock held. Null when there is none.
 std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& pipeName,
                                                                  const std::string& mode) {
     composeKey(wantedKey, pipeName, mode);
@@ -86,7 +86,7 @@ std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::stri
     return info;
 }
 
-/// Most clients ask for the same key again and again. No entry ever goes.
+/// With the pool's lock held. Most clients ask for the same key again and again, and no entry ever goes.
 DefaultConnectionManager::IdlePipes& DefaultConnectionManager::idlePipesOf(const std::string& poolKey) {
     if (lastEntry == nullptr || lastEntry->first != poolKey) {
         lastEntry = &*availablePipes.try_emplace(poolKey).first;
@@ -126,6 +126,7 @@ void DefaultConnectionManager::connectNewPipe(PipeInfo& info, const std::string&
     info.installBuffers(readable, writable);
 }
 
+/// With the pool's lock held.
 CvPipe* DefaultConnectionManager::handOut(std::unique_ptr<PipeInfo> info, const std::string& pipeName) {
     if (isDebug()) {
         logDebug("Using CvPipe " + pipeLabel(pipeName, *info));
@@ -196,6 +197,7 @@ const PipeInfo* DefaultConnectionManager::findIdle(const CvPipe* pipe) const {
     return nullptr;
 }
 
+/// With the pool's lock held.
 void DefaultConnectionManager::purgeStalePipes() {
     const std::int64_t now = Io::Platform::coarseTime();
     for (auto& entry : availablePipes) {

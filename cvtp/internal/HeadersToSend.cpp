@@ -1,6 +1,5 @@
 #include "cvtp/internal/HeadersToSend.h"
 
-#include <algorithm>
 #include <charconv>
 #include <utility>
 

@@ -25,8 +25,7 @@ enum class PipeSearch {
     /// By a server, which also makes the folder when it is one of the user's own.
     TO_CREATE,
     /// By a client, who looks at a folder that CVTP_PIPE_DIR names only when a connection has failed, since all
-    /// there
-    /// is to know is whether it exists.
+    /// there is to know is whether it exists.
     TO_CONNECT,
     /// By a client who could not connect.
     AFTER_FAILURE
