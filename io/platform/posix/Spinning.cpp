@@ -31,21 +31,50 @@ int lengthInUse() {
     return forTests < 0 ? ofEnvironment : forTests;
 }
 
-bool hasSeveralProcessors() {
+int countProcessors() {
     cpu_set_t processors;
     CPU_ZERO(&processors);
-    // A system with more processors than the set holds refuses, and has several.
-    return sched_getaffinity(0, sizeof(processors), &processors) != 0 || CPU_COUNT(&processors) > 1;
+    // A system with more processors than the set holds refuses.
+    return sched_getaffinity(0, sizeof(processors), &processors) == 0 ? CPU_COUNT(&processors) : CPU_SETSIZE;
 }
+
+/// The reads of all threads. Two that count at the same moment count as one: an exact number would cost more than
+/// it is worth.
+std::atomic<unsigned> readsOfProcess{0};
+
+/// One read in fixed point.
+const int ONE_READ = 256;
+/// The average goes back over about so many reads.
+const int REMEMBERED = 64;
+/// A thread that comes back after a long time has missed more than it need know.
+const int MOST_READS = 1024;
 
 /// What a thread has learned.
 struct Experience {
-    bool mayRunBesideOthers = hasSeveralProcessors();
+    int processors = countProcessors();
     unsigned toLeaveOut = 0;
     unsigned leftOutLast = 0;
+    unsigned lastRead = readsOfProcess.load(std::memory_order_relaxed);
+    /// How many reads the process makes for each one of this thread, on the average, in ONE_READ.
+    int readsForEach = ONE_READ;
 };
 
 thread_local Experience experience;
+
+void countRead() {
+    const unsigned now = readsOfProcess.load(std::memory_order_relaxed) + 1;
+    readsOfProcess.store(now, std::memory_order_relaxed);
+    // The count may have gone back, where another thread wrote what it had seen earlier.
+    const int since = std::clamp(static_cast<int>(now - experience.lastRead), 1, MOST_READS);
+    experience.lastRead = now;
+    experience.readsForEach += (since * ONE_READ - experience.readsForEach) / REMEMBERED;
+}
+
+/// Whether the threads that read here and as many at the other ends have more to do than there are processors: one
+/// that tries again then takes the place of another that could go on.
+bool isCrowded() {
+    return experience.readsForEach > experience.processors * ONE_READ / 2 + ONE_READ / 2;
+}
 
 }  // namespace
 
@@ -59,7 +88,11 @@ int lengthFrom(const std::string& text) {
 }
 
 bool isDue() {
-    if (lengthInUse() == 0 || !experience.mayRunBesideOthers) {
+    if (lengthInUse() == 0 || experience.processors < 2) {
+        return false;
+    }
+    countRead();
+    if (isCrowded()) {
         return false;
     }
     if (experience.toLeaveOut > 0) {
@@ -74,7 +107,7 @@ void note(bool found) {
     experience.toLeaveOut = experience.leftOutLast;
     if (!found) {
         // It may have been bound to one meanwhile.
-        experience.mayRunBesideOthers = hasSeveralProcessors();
+        experience.processors = countProcessors();
     }
 }
 
@@ -84,7 +117,7 @@ std::chrono::microseconds length() {
 
 void setLength(int microseconds) {
     lengthForTests.store(microseconds, std::memory_order_relaxed);
-    note(true);
+    experience = Experience();
 }
 
 }  // namespace Spinning

@@ -7,9 +7,10 @@
 /// try again for a moment first. Each thread learns by itself whether that pays: after a moment that was wasted it
 /// leaves out the next reads, twice as many each time, and what it has learned outlives the connection.
 ///
-/// There is none in a thread that may run on one processor only, where the other end could not run meanwhile, and
-/// none when the environment variable CVTP_SPIN_US is 0. It gives the length of the moment in microseconds, at most
-/// 1000; 50 without it.
+/// There is none in a thread that may run on one processor only, where the other end could not run meanwhile; none
+/// while the threads of the process that read, and as many at the other ends, are more than there are processors,
+/// where it takes the place of one that has something to do; and none when the environment variable CVTP_SPIN_US is
+/// 0. It gives the length of the moment in microseconds, at most 1000; 50 without it.
 namespace Corvane {
 namespace Io {
 namespace Platform {

@@ -137,6 +137,56 @@ TEST_F(SpinningTest, EndsInAThreadThatBindsItselfToOneProcessor) {
     EXPECT_EQ(dueLater, 0);
 }
 
+/// Reads of another thread, which may find nothing to try again for.
+void countReadsOfAnotherThread(int count) {
+    std::thread([count] {
+        for (int i = 0; i < count; ++i) {
+            static_cast<void>(Spinning::isDue());
+        }
+    }).join();
+}
+
+TEST_F(SpinningTest, IsLeftOutWhereOthersReadMoreThanThereAreProcessorsFor) {
+    if (!hasSeveralProcessors()) {
+        GTEST_SKIP() << "there is one processor only";
+    }
+    EXPECT_TRUE(Spinning::isDue());
+    int rounds = 0;
+    do {
+        countReadsOfAnotherThread(1000);
+    } while (Spinning::isDue() && ++rounds < 1000);
+    EXPECT_LT(rounds, 1000);
+    EXPECT_FALSE(Spinning::isDue());
+}
+
+TEST_F(SpinningTest, ComesBackWhenTheOthersHaveStopped) {
+    if (!hasSeveralProcessors()) {
+        GTEST_SKIP() << "there is one processor only";
+    }
+    do {
+        countReadsOfAnotherThread(1000);
+    } while (Spinning::isDue());
+    int leftOut = 0;
+    while (!Spinning::isDue() && leftOut < 1000) {
+        ++leftOut;
+    }
+    EXPECT_LT(leftOut, 1000);
+}
+
+TEST_F(SpinningTest, GoesOnBesideAThreadThatReadsNowAndThen) {
+    if (!hasSeveralProcessors()) {
+        GTEST_SKIP() << "there is one processor only";
+    }
+    int due = 0;
+    for (int i = 0; i < 20; ++i) {
+        countReadsOfAnotherThread(1);
+        for (int j = 0; j < 100; ++j) {
+            due += Spinning::isDue() ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(due, 20 * 100);
+}
+
 TEST(SpinningLength, IsThatOfTheEnvironment) {
     EXPECT_EQ(Spinning::lengthFrom("0"), 0);
     EXPECT_EQ(Spinning::lengthFrom("7"), 7);
