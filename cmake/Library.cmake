@@ -8,6 +8,9 @@ target_link_libraries(cvtp
 if(CVTP_WHOLE_PROGRAM)
     target_link_options(cvtp PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-flto=auto>)
 endif()
+if(direct_calls)
+    target_link_options(cvtp PRIVATE -Wl,-Bsymbolic-functions)
+endif()
 target_compile_features(cvtp PUBLIC cxx_std_17)
 target_include_directories(cvtp INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
