@@ -4,11 +4,13 @@
 #include <locale>
 #include <mutex>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "cvtp/internal/LogAndThrow.h"
 #include "io/Exceptions.h"
 #include "io/platform/PipePlatform.h"
+#include "support/StringUtils.h"
 
 namespace Corvane {
 namespace Internal {
@@ -38,6 +40,17 @@ std::string pipeLabel(const std::string& pipeName, const PipeInfo& info) {
     return "(" + pipeName + "/" + info.bindingName + ")";
 }
 
+std::string composeKey(const std::string& pipeName, const std::string& mode) {
+    return StringUtils::joined({pipeName, ".", mode});
+}
+
+/// Whether a key is the one that composeKey() would give.
+bool isKeyOf(std::string_view key, std::string_view pipeName, std::string_view mode) {
+    const std::size_t length = pipeName.size();
+    return key.size() == length + 1 + mode.size() && key.substr(0, length) == pipeName && key[length] == '.' &&
+           key.substr(length + 1) == mode;
+}
+
 [[noreturn]] void throwReturnedTwice(const PipeInfo& info) {
     // No blank stands between key and text; deliberate.
     logAndThrow<IllegalStateException>(info.poolKey + "has already been returned to the Pipe Pool");
@@ -50,12 +63,6 @@ DefaultConnectionManager::DefaultConnectionManager(int connectTimeout, int stale
 
 DefaultConnectionManager::~DefaultConnectionManager() = default;
 
-void DefaultConnectionManager::composeKey(std::string& key, const std::string& pipeName, const std::string& mode) {
-    key = pipeName;
-    key += '.';
-    key += mode;
-}
-
 CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std::string& mode) {
     {
         const RecursiveLock lock(mutex.get());
@@ -64,10 +71,8 @@ CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std
             return handOut(std::move(info), pipeName);
         }
     }
-    std::string poolKey;
-    composeKey(poolKey, pipeName, mode);
     // Without the pool's lock: connecting may take as long as the connect timeout.
-    std::unique_ptr<PipeInfo> info = createPipe(pipeName, mode, poolKey);
+    std::unique_ptr<PipeInfo> info = createPipe(pipeName, mode, composeKey(pipeName, mode));
     const RecursiveLock lock(mutex.get());
     return handOut(std::move(info), pipeName);
 }
@@ -75,8 +80,7 @@ CvPipe* DefaultConnectionManager::getPipe(const std::string& pipeName, const std
 /// With the pool's lock held. Null when there is none.
 std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::string& pipeName,
                                                                  const std::string& mode) {
-    composeKey(wantedKey, pipeName, mode);
-    IdlePipes& idle = idlePipesOf(wantedKey);
+    IdlePipes& idle = idlePipesOf(pipeName, mode);
     if (idle.empty()) {
         return nullptr;
     }
@@ -87,6 +91,14 @@ std::unique_ptr<PipeInfo> DefaultConnectionManager::takeIdlePipe(const std::stri
 }
 
 /// With the pool's lock held. Most clients ask for the same key again and again, and no entry ever goes.
+DefaultConnectionManager::IdlePipes& DefaultConnectionManager::idlePipesOf(const std::string& pipeName,
+                                                                           const std::string& mode) {
+    if (lastEntry != nullptr && isKeyOf(lastEntry->first, pipeName, mode)) {
+        return lastEntry->second;
+    }
+    return idlePipesOf(composeKey(pipeName, mode));
+}
+
 DefaultConnectionManager::IdlePipes& DefaultConnectionManager::idlePipesOf(const std::string& poolKey) {
     if (lastEntry == nullptr || lastEntry->first != poolKey) {
         lastEntry = &*availablePipes.try_emplace(poolKey).first;
@@ -132,13 +144,7 @@ CvPipe* DefaultConnectionManager::handOut(std::unique_ptr<PipeInfo> info, const 
         logDebug("Using CvPipe " + pipeLabel(pipeName, *info));
     }
     CvPipe* const pipe = info->pipe.get();
-    if (sparePlace) {
-        sparePlace.key() = pipe;
-        sparePlace.mapped() = std::move(info);
-        usedPipes.insert(std::move(sparePlace));
-    } else {
-        usedPipes[pipe] = std::move(info);
-    }
+    usedPipes[pipe] = std::move(info);
     return pipe;
 }
 
@@ -147,13 +153,12 @@ void DefaultConnectionManager::returnPipe(CvPipe* pipe) {
     if (pipe == nullptr) {
         return;
     }
-    const auto used = usedPipes.find(pipe);
+    const auto used = findUsed(pipe);
     if (used != usedPipes.end()) {
         PipeInfo& info = *used->second;
         info.lastUsed = Io::Platform::coarseTime();
         IdlePipes& idle = idlePipesOf(info.poolKey);
         idle.insert(idle.begin(), std::move(used->second));
-        sparePlace = usedPipes.extract(used);
         return;
     }
     if (const PipeInfo* const info = findIdle(pipe)) {
@@ -166,7 +171,7 @@ void DefaultConnectionManager::returnPipe(CvPipe* pipe) {
 
 void DefaultConnectionManager::removePipe(CvPipe* pipe) {
     const RecursiveLock lock(mutex.get());
-    const auto used = usedPipes.find(pipe);
+    const auto used = findUsed(pipe);
     if (used != usedPipes.end()) {
         if (isDebug()) {
             logDebug("Remove CvPipe " + used->second->bindingName + "(" + addressOf(pipe) +
@@ -184,6 +189,12 @@ void DefaultConnectionManager::removePipe(CvPipe* pipe) {
         delete pipe;
     }
     logAndThrow<IllegalStateException>("Can't find the pipe in the Used or Available pools. Will delete it.");
+}
+
+/// With the pool's lock held. The end when it is not handed out.
+std::map<CvPipe*, std::unique_ptr<PipeInfo>>::iterator DefaultConnectionManager::findUsed(CvPipe* pipe) {
+    const auto place = usedPipes.find(pipe);
+    return place != usedPipes.end() && place->second ? place : usedPipes.end();
 }
 
 const PipeInfo* DefaultConnectionManager::findIdle(const CvPipe* pipe) const {
@@ -219,6 +230,7 @@ void DefaultConnectionManager::purgeStalePipes(IdlePipes& idle, std::int64_t now
         if (isDebug()) {
             logDebug("Deleting stale CvPipe " + idle[j]->bindingName);
         }
+        usedPipes.erase(idle[j]->pipe.get());
         idle.pop_back();
     }
 }

@@ -32,6 +32,7 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
     using IdlePipes = std::vector<std::unique_ptr<PipeInfo>>;
 
     std::unique_ptr<PipeInfo> takeIdlePipe(const std::string& pipeName, const std::string& mode);
+    IdlePipes& idlePipesOf(const std::string& pipeName, const std::string& mode);
     IdlePipes& idlePipesOf(const std::string& poolKey);
     std::unique_ptr<PipeInfo> createPipe(const std::string& pipeName, const std::string& mode,
                                          const std::string& poolKey);
@@ -39,19 +40,16 @@ class DefaultConnectionManager : public Corvane::Cvtp::CvtpConnectionManager {
     Io::CvPipe* handOut(std::unique_ptr<PipeInfo> info, const std::string& pipeName);
     void purgeStalePipes();
     void purgeStalePipes(IdlePipes& idle, std::int64_t now);
-    static void composeKey(std::string& key, const std::string& pipeName, const std::string& mode);
+    std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>>::iterator findUsed(Io::CvPipe* pipe);
     const PipeInfo* findIdle(const Io::CvPipe* pipe) const;
 
     /// The idle pipes of each key, the one given back last at the front. Guarded by mutex, as usedPipes is.
     std::map<std::string, IdlePipes> availablePipes;
     /// The entry that was asked for last; null at first. Guarded by mutex.
     std::map<std::string, IdlePipes>::value_type* lastEntry = nullptr;
-    /// The pipes that are handed out.
+    /// The pipes that are handed out. The place of an idle one stays here, empty: to take places out and put them
+    /// in again would be a tenth of the library's time in a request.
     std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>> usedPipes;
-    /// The key that is looked for; kept for its memory. Guarded by mutex.
-    std::string wantedKey;
-    /// A place of usedPipes that came free, kept for the next pipe. Guarded by mutex.
-    std::map<Io::CvPipe*, std::unique_ptr<PipeInfo>>::node_type sparePlace;
     std::int32_t connectTimeout;
     std::int32_t staleTimeout;
     std::unique_ptr<RecursiveMutex> mutex;
