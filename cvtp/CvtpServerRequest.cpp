@@ -1,7 +1,5 @@
 #include "cvtp/CvtpServerRequest.h"
 
-#include <string_view>
-
 #include "cvtp/CvtpServer.h"
 #include "cvtp/internal/CvtpMessageInImpl.h"
 #include "cvtp/internal/TraceTags.h"
@@ -48,8 +46,8 @@ CvtpServerRequest::~CvtpServerRequest() = default;
 
 std::string CvtpServerRequest::getMethod() {
     try {
-        const std::string_view line = message->receivedStartLine();
-        return line.empty() ? METHOD_NONE : std::string(line.substr(0, line.find(' ')));
+        const std::string_view method = methodInStartLine();
+        return message->hasStartLine() ? std::string(method) : METHOD_NONE;
     } catch (const Io::CvPipeException&) {
         return METHOD_NONE;
     }
@@ -103,6 +101,11 @@ void CvtpServerRequest::readHead() {
 
 bool CvtpServerRequest::hasStartLine() const {
     return message->hasStartLine();
+}
+
+std::string_view CvtpServerRequest::methodInStartLine() {
+    const std::string_view line = message->receivedStartLine();
+    return line.substr(0, line.find(' '));
 }
 
 }  // namespace Cvtp

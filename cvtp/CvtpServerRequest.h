@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cvtp/CvtpMessageIn.h"
@@ -71,6 +72,8 @@ class CVTP_EXPORT CvtpServerRequest : public CvtpMessageIn {
     void awaitStartLine();
     void readHead();
     bool hasStartLine() const;
+    /// What getMethod() gives when the start line is there; valid as long as the request.
+    std::string_view methodInStartLine();
 
     CvtpServer* server;
     /// Null when the reader stands elsewhere.

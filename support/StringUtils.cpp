@@ -7,8 +7,6 @@ namespace StringUtils {
 
 namespace {
 
-constexpr CharacterSet LINE_ENDS{std::string_view("\r\n\0", 3)};
-
 bool endsLine(char c) {
     return LINE_ENDS.contains(c);
 }
@@ -25,15 +23,6 @@ std::string onOneLine(const std::string& text) {
     std::string line = text;
     putOnOneLine(line);
     return line;
-}
-
-std::string_view onOneLine(std::string_view text, std::string& memory) {
-    if (std::none_of(text.begin(), text.end(), endsLine)) {
-        return text;
-    }
-    memory = text;
-    putOnOneLine(memory);
-    return memory;
 }
 
 void putOnOneLine(std::string& text) {

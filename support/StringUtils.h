@@ -23,6 +23,15 @@ class CharacterSet {
 
     constexpr bool contains(char c) const { return members[static_cast<unsigned char>(c)]; }
 
+    constexpr bool isAnyIn(std::string_view text) const {
+        for (const char c : text) {
+            if (contains(c)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
  private:
     std::array<bool, 256> members{};
 };
@@ -47,11 +56,22 @@ constexpr std::string_view trimmed(std::string_view text, const CharacterSet& cu
 /// A copy of `text` in which each CR, LF and NUL became one blank, so that it cannot end the line it stands in.
 std::string onOneLine(const std::string& text);
 
-/// The same; without a copy when `text` holds none of them. The result stands in `text` or in `memory`.
-std::string_view onOneLine(std::string_view text, std::string& memory);
-
 /// The same in place.
 void putOnOneLine(std::string& text);
+
+/// The characters that end a line.
+inline constexpr CharacterSet LINE_ENDS{std::string_view("\r\n\0", 3)};
+
+/// The same as the first; without a copy when `text` holds none of them. The result stands in `text` or in
+/// `memory`.
+inline std::string_view onOneLine(std::string_view text, std::string& memory) {
+    if (!LINE_ENDS.isAnyIn(text)) {
+        return text;
+    }
+    memory = text;
+    putOnOneLine(memory);
+    return memory;
+}
 
 /// The pieces, one behind the other.
 std::string joined(std::initializer_list<std::string_view> pieces);

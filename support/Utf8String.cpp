@@ -1,5 +1,7 @@
 #include "support/Utf8String.h"
 
+#include <algorithm>
+
 namespace Corvane {
 namespace Xml {
 
@@ -29,6 +31,12 @@ int escapedByte(const std::string& text, std::string::size_type position) {
     return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
+/// An ordinary text has no such character, and is its own wire form.
+bool isPerhapsEscaped(char c) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    return byte <= ' ' || byte == 0x7F || byte == '%';
+}
+
 bool mustBeEscaped(const std::string& text, std::string::size_type position) {
     const unsigned char c = static_cast<unsigned char>(text[position]);
     return c <= ' ' || c == 0x7F || escapedByte(text, position) >= 0;
@@ -38,6 +46,9 @@ bool mustBeEscaped(const std::string& text, std::string::size_type position) {
 
 const std::string& Utf8String::encode(const std::string& text) {
     static const char DIGITS[] = "0123456789ABCDEF";
+    if (std::none_of(text.begin(), text.end(), isPerhapsEscaped)) {
+        return text;
+    }
     buffer.clear();
     for (std::string::size_type i = 0; i < text.size(); ++i) {
         if (mustBeEscaped(text, i)) {

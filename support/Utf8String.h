@@ -17,7 +17,8 @@ namespace Xml {
 /// in use does not allocate for each message. It may be used by one thread at a time.
 class CVTP_EXPORT Utf8String {
  public:
-    /// The wire form of `text`, which must not be a result of this object. The reference holds until the next call.
+    /// The wire form of `text`, which must not be a result of this object. Where that is the text itself the
+    /// reference is to it; else it holds until the next call.
     const std::string& encode(const std::string& text);
 
     /// The bytes that `text` stands for: each `%XX` becomes its byte, anything else is left alone. `text` must not

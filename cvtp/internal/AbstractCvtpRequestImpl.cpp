@@ -4,6 +4,7 @@
 #include <limits>
 #include <streambuf>
 #include <string_view>
+#include <utility>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpConnectionManager.h"
@@ -59,13 +60,13 @@ class AtHand : private std::streambuf {
 }  // namespace
 
 AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, const std::string& resource,
-                                                 const std::string& mode, CvtpClient* client,
-                                                 const std::string& pipeName)
+                                                 std::string mode, CvtpClient* client, const std::string& pipeName)
     : client(client),
       pipeName(pipeName),
       method(method),
       resource(resource),
-      mode(mode),
+      mode(std::move(mode)),
+      answered(this->mode.find('r') != std::string::npos),
       message(this, TAG_SEND, &encoder) {
     message.setProgram(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
 }
@@ -182,18 +183,13 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     } else {
         writeHeadAndBody(*out, bufferSize);
     }
-    return isAnswered() ? std::make_unique<Answer>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
-}
-
-bool AbstractCvtpRequestImpl::isAnswered() const {
-    return mode.find('r') != std::string::npos;
+    return answered ? std::make_unique<Answer>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
 }
 
 void AbstractCvtpRequestImpl::requireIntactStreams() {
     // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
     // message, and whatever came behind that would be read as its rest.
-    if (hasFailed(*Io::PipeStreams::outputOf(*pipe)) ||
-        (isAnswered() && hasFailed(*Io::PipeStreams::inputOf(*pipe)))) {
+    if (hasFailed(*Io::PipeStreams::outputOf(*pipe)) || (answered && hasFailed(*Io::PipeStreams::inputOf(*pipe)))) {
         if (pipe == refusedPipe) {
             logAndThrow<CvPipeException>("The connection manager gave a failed pipe for " + pipeName + " again.");
         }

@@ -31,7 +31,7 @@ class CvtpOStream;
 class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
  public:
     /// @param mode the access letters asked of the manager. @param client not owned.
-    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, const std::string& mode,
+    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, std::string mode,
                             Corvane::Cvtp::CvtpClient* client, const std::string& pipeName);
     /// Gives the pipe back to the manager.
     ~AbstractCvtpRequestImpl() override;
@@ -65,7 +65,6 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     /// Does nothing when there is none.
     void removePipe();
     bool hasBodyBytes() const;
-    bool isAnswered() const;
 
     /// The pipe of the current attempt, the manager's; null before the first and when it was discarded.
     Io::CvPipe* pipe = nullptr;
@@ -74,6 +73,8 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     std::string method;
     std::string resource;
     std::string mode;
+    /// Whether the mode allows an answer.
+    bool answered;
     std::unique_ptr<CvtpOStream> bodyOut;
     std::istream* bodyStream = nullptr;
     Xml::Utf8String encoder;

@@ -13,10 +13,13 @@ using Corvane::Cvtp::CvtpMessage;
 
 namespace {
 
+/// What would not be sent as it stands in a value.
+constexpr StringUtils::CharacterSet NOT_IN_ONE_VALUE{std::string_view(",\r\n\0", 4)};
+
 /// Whether a text is one value, as it stands.
 bool isOneValue(std::string_view text) {
-    return !text.empty() && text.find(',') == std::string_view::npos &&
-           StringUtils::trimmed(text, HEADER_BLANKS).size() == text.size();
+    return !text.empty() && !HEADER_BLANKS.contains(text.front()) && !HEADER_BLANKS.contains(text.back()) &&
+           !NOT_IN_ONE_VALUE.isAnyIn(text);
 }
 
 }  // namespace
@@ -26,7 +29,8 @@ void HeadersToSend::setProgram(const std::string& name, std::string_view value) 
         programName = &name;
         program.assign(value);
     } else {
-        set(name, value);
+        std::string memory;
+        set(name, StringUtils::onOneLine(value, memory));
     }
 }
 

@@ -21,7 +21,7 @@ namespace Cvtp {
 class HeadersToSend {
  public:
     /// The header that names the program. To be called before anything else is.
-    /// @param name HEADER_USER_AGENT or HEADER_SERVER; not owned.
+    /// @param name HEADER_USER_AGENT or HEADER_SERVER; not owned. @param value any text.
     void setProgram(const std::string& name, std::string_view value);
 
     /// Adds the length of the body; a second one is a second value.

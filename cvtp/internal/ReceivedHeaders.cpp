@@ -47,8 +47,11 @@ std::string_view ReceivedHeaders::firstValue(std::string_view name) const {
     std::string_view rest = kept.view();
     while (first.empty() && !rest.empty()) {
         const std::string_view line = takeLine(rest);
-        if (CvtpHeaders::isSameName(line.substr(0, line.find(':')), name)) {
-            first = CvtpHeader::firstValueIn(HeaderLine(line).value);
+        if (line.size() > name.size() && line[name.size()] == ':' && line.substr(0, name.size()) == name) {
+            // As nearly every sender writes it.
+            first = CvtpHeader::firstValueIn(line.substr(name.size() + 1));
+        } else if (const HeaderLine header(line); CvtpHeaders::isSameName(header.name, name)) {
+            first = CvtpHeader::firstValueIn(header.value);
         }
     }
     return first;

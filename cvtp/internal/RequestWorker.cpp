@@ -197,19 +197,18 @@ bool RequestWorker::awaitRequest(CvtpServerRequest& request) {
 }
 
 bool RequestWorker::processRequest(CvtpServerRequest& request, Xml::Utf8String& scratch) {
-    const std::string method = request.getMethod();
     try {
-        if (!dispatch(method, request, scratch)) {
+        if (!dispatch(request, scratch)) {
             return false;
         }
     } catch (const IllegalStateException& e) {
-        logUnprocessed("IllegalStateException", e.getMessage(), method);
+        logUnprocessed("IllegalStateException", e.getMessage(), request.getMethod());
         return false;
     } catch (InterruptedException& e) {
         logError("InterruptedException - " + fullName + ". " + e.getMessage());
         return false;
     } catch (CvPipeException& e) {
-        logUnprocessed("CvPipeException", e.getMessage(), method);
+        logUnprocessed("CvPipeException", e.getMessage(), request.getMethod());
         return false;
     } catch (...) {
         logInfo("Application error detected. The pipe will be closed.");
@@ -229,7 +228,8 @@ bool RequestWorker::isGivenUp() const {
     return true;
 }
 
-bool RequestWorker::dispatch(const std::string& method, CvtpServerRequest& request, Xml::Utf8String& scratch) {
+bool RequestWorker::dispatch(CvtpServerRequest& request, Xml::Utf8String& scratch) {
+    const std::string_view method = request.methodInStartLine();
     if (method == CvtpMessage::METHOD_NOTIFY) {
         processNotify(request);
         return true;

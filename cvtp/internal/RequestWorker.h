@@ -72,7 +72,7 @@ class RequestWorker : public Poco::Runnable {
     bool serveRequest(Xml::Utf8String& scratch);
     bool awaitRequest(Corvane::Cvtp::CvtpServerRequest& request);
     bool processRequest(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
-    bool dispatch(const std::string& method, Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
+    bool dispatch(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
     void processNotify(Corvane::Cvtp::CvtpServerRequest& request);
     bool processPost(Corvane::Cvtp::CvtpServerRequest& request, Xml::Utf8String& scratch);
     bool isGivenUp() const;
