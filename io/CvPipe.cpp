@@ -1,5 +1,6 @@
 #include "io/CvPipe.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "cvtp/internal/Logging.h"
@@ -152,6 +153,8 @@ void CvPipe::letGo() noexcept {
 }
 
 void CvPipe::setChannel(std::shared_ptr<Platform::PipeChannel> channel) {
+    // Of the connection before.
+    forgetUnread();
     // What was open before goes with `channel`, outside the lock.
     const std::lock_guard<std::mutex> lock(handleLock);
     handle.swap(channel);
@@ -222,17 +225,56 @@ int CvPipe::getConnectTimeout() {
 int CvPipe::readPipe(char* buffer, int offset, int length, int timeoutMs) {
     const Call call(*this);
     const auto* const channel = call.channel();
-    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, buffer + offset, length, timeoutMs,
-                                                                   {idleMemory, idleLength})
-                                           : static_cast<int>(Platform::ABORTED));
+    if (channel == nullptr) {
+        return countOrThrow(Platform::ABORTED);
+    }
+    if (unreadMemory != nullptr) {
+        const Platform::Room room{buffer + offset, length};
+        return countOrThrow(readAgain(&room, &room + 1));
+    }
+    return countOrThrow(
+        Platform::readChannel(*channel, buffer + offset, length, timeoutMs, {idleMemory, idleLength}));
 }
 
-int CvPipe::readBlocks(char* first, int firstLength, char* second, int secondLength) {
+int CvPipe::readBlocks(const Platform::Room* begin, const Platform::Room* end) {
     const Call call(*this);
     const auto* const channel = call.channel();
-    return countOrThrow(channel != nullptr ? Platform::readChannel(*channel, {first, firstLength},
-                                                                   {second, secondLength}, readTimeout)
-                                           : static_cast<int>(Platform::ABORTED));
+    if (channel == nullptr) {
+        return countOrThrow(Platform::ABORTED);
+    }
+    return countOrThrow(unreadMemory != nullptr ? readAgain(begin, end)
+                                                : Platform::readChannel(*channel, begin, end, readTimeout));
+}
+
+void CvPipe::unread(std::unique_ptr<char[]> memory, std::size_t length) {
+    if (unreadMemory != nullptr) {
+        // They were read from there, and still stand there.
+        unreadBegin -= length;
+    } else if (length > 0) {
+        unreadMemory = std::move(memory);
+        unreadBegin = 0;
+        unreadEnd = length;
+    }
+}
+
+int CvPipe::readAgain(const Platform::Room* begin, const Platform::Room* end) {
+    std::size_t total = 0;
+    for (; begin != end && begin->length > 0; ++begin) {
+        const std::size_t count = std::min(static_cast<std::size_t>(begin->length), unreadEnd - unreadBegin);
+        std::copy_n(unreadMemory.get() + unreadBegin, count, begin->data);
+        unreadBegin += count;
+        total += count;
+    }
+    if (unreadBegin == unreadEnd) {
+        forgetUnread();
+    }
+    return static_cast<int>(total);
+}
+
+void CvPipe::forgetUnread() {
+    unreadMemory.reset();
+    unreadBegin = 0;
+    unreadEnd = 0;
 }
 
 int CvPipe::countOrThrow(int result) {

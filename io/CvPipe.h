@@ -19,7 +19,8 @@ namespace Io {
 
 namespace Platform {
 class PipeChannel;
-}
+struct Room;
+}  // namespace Platform
 
 class CvPipe;
 class ServerCvPipe;
@@ -135,9 +136,17 @@ class CVTP_EXPORT CvPipe {
     void letGo() noexcept;
     /// Writes all blocks as if `piece` bytes at a time were given to writePipe(). Uses up the list.
     void writeBlocks(std::vector<std::string_view>& blocks, std::size_t piece);
-    /// readPipe() with the pipe's timeout; what has no room in the first block goes into the second, which may be
-    /// empty.
-    int readBlocks(char* first, int firstLength, char* second, int secondLength);
+    /// readPipe() with the pipe's timeout, into several places, one after another: at least one and at most
+    /// Platform::MOST_ROOMS.
+    int readBlocks(const Platform::Room* begin, const Platform::Room* end);
+    /// Takes the last `length` bytes that were read back, to be read again before all others: as if they had not
+    /// come yet. When `memory` is used up it is freed.
+    void unread(std::unique_ptr<char[]> memory, std::size_t length);
+    /// Bytes of those only.
+    ///
+    /// @return how many; 0 when none is left.
+    int readAgain(const Platform::Room* begin, const Platform::Room* end);
+    void forgetUnread();
     static int countOrThrow(int result);
     int writeAborted() const;
     static void throwUnlessWritten(int result);
@@ -155,6 +164,10 @@ class CVTP_EXPORT CvPipe {
     std::unique_ptr<PipeBufferBase<char>> outputBuffer;
     std::int32_t connectTimeout;
     std::int32_t readTimeout;
+    /// See unread(): what stands there from begin to end is to be read again; what stands before was, already.
+    std::unique_ptr<char[]> unreadMemory;
+    std::size_t unreadBegin = 0;
+    std::size_t unreadEnd = 0;
     std::string name;
     std::string path;
     /// The open end (handle and event), null while not open. Changed with handleLock, and after close() only while

@@ -1,12 +1,15 @@
 #include "io/PipeBufferBase.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
+#include "io/platform/PipePlatform.h"
 
 namespace Corvane {
 namespace Io {
@@ -230,15 +233,59 @@ std::streamsize PipeBufferBase<CharT, Traits>::readSome(CharT* s, std::streamsiz
 
 template <class CharT, class Traits>
 std::streamsize PipeBufferBase<CharT, Traits>::readStraight(CharT* s, std::streamsize n, bool isMoreWanted) {
-    const int limit = static_cast<int>(std::min<std::streamsize>(n, std::numeric_limits<int>::max()));
-    // What is read ahead leaves a place for the byte before it.
-    const int count = std::max(pipe->readBlocks(s, limit, buffer + 1, isMoreWanted ? bufferSize - 1 : 0), 0);
-    const int straight = std::min(count, limit);
-    // The last byte stands where it can be put back, as after any other read; what stood there before is stale.
-    const int kept = std::min(straight, 1);
-    Traits::copy(buffer, s + straight - kept, static_cast<std::size_t>(kept));
-    this->setg(buffer, buffer + kept, buffer + kept + (count - straight));
+    const Platform::Room room{s, static_cast<int>(std::min<std::streamsize>(n, std::numeric_limits<int>::max()))};
+    return readInto(&room, &room + 1, isMoreWanted);
+}
+
+template <class CharT, class Traits>
+std::streamsize PipeBufferBase<CharT, Traits>::readInto(const Platform::Room* begin, const Platform::Room* end,
+                                                        bool isMoreWanted) {
+    requireInput();
+    Platform::Room rooms[Platform::MOST_ROOMS];
+    Platform::Room* last = std::copy(begin, end, rooms);
+    if (isMoreWanted && bufferSize > 1) {
+        // What is read ahead leaves a place for the byte before it.
+        *last++ = {buffer + 1, bufferSize - 1};
+    }
+    const std::streamsize count = std::max(pipe->readBlocks(rooms, last), 0);
+    if (count == 0) {
+        discard();
+        return 0;
+    }
+    std::streamsize straight = 0;
+    const CharT* lastByte = nullptr;
+    for (; begin != end && straight < count; ++begin) {
+        const std::streamsize taken = std::min<std::streamsize>(begin->length, count - straight);
+        lastByte = begin->data + taken - 1;
+        straight += taken;
+    }
+    putBehind(*lastByte, count - straight);
     return straight;
+}
+
+/// Makes the bytes that stand behind the first one of the buffer, `n`, what was read ahead. The byte before stands
+/// where it can be put back, as after any other read.
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::putBehind(CharT last, std::streamsize n) {
+    *buffer = last;
+    this->setg(buffer, buffer + 1, buffer + 1 + n);
+}
+
+template <class CharT, class Traits>
+void PipeBufferBase<CharT, Traits>::unread(const CharT* last, const Block* begin, const Block* end,
+                                           std::unique_ptr<CharT[]> memory) {
+    CharT* place = memory.get();
+    for (; begin != end; ++begin) {
+        place = std::copy(begin->begin(), begin->end(), place);
+    }
+    place = std::copy(this->gptr(), this->egptr(), place);
+    const std::size_t size = static_cast<std::size_t>(place - memory.get());
+    pipe->unread(std::move(memory), size);
+    discard();
+    if (last != nullptr) {
+        const Platform::Room room{buffer + 1, bufferSize - 1};
+        putBehind(*last, pipe->readAgain(&room, &room + 1));
+    }
 }
 
 /// Takes what the get area holds.

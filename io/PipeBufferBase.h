@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ios>
+#include <memory>
 #include <streambuf>
 #include <string>
 #include <string_view>
@@ -10,6 +11,10 @@
 
 namespace Corvane {
 namespace Io {
+
+namespace Platform {
+struct Room;
+}
 
 class CvPipe;
 
@@ -66,6 +71,21 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     /// The same; what has come behind many bytes is read ahead with them.
     std::streamsize readSomeAndAhead(CharT* s, std::streamsize n);
 
+    /// The same into several places, straight: what has no room in the first one goes into the next one, and so on.
+    /// Needs a buffer, and nothing may be read ahead before.
+    ///
+    /// @param begin the places, at least one and fewer than Platform::MOST_ROOMS, none of them empty.
+    /// @param isMoreWanted what has come behind them is read ahead.
+    std::streamsize readInto(const Platform::Room* begin, const Platform::Room* end, bool isMoreWanted);
+
+    /// Takes the last bytes that were read back, and with them what was read ahead: they are read again before all
+    /// that comes. Throws nothing.
+    ///
+    /// @param last the byte before them. It stays read, and some of those behind it are read ahead at once. Null:
+    ///        nothing is.
+    /// @param memory where they may stay; at least as large as the blocks and the buffer together.
+    void unread(const CharT* last, const Block* begin, const Block* end, std::unique_ptr<CharT[]> memory);
+
  protected:
     /// Each of these throws CvPipeException when the buffer is of the other direction.
     int_type overflow(int_type c = Traits::eof()) override;
@@ -87,6 +107,7 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     void putDown(const Block& block);
     std::streamsize readSome(CharT* s, std::streamsize n, bool isMoreWanted);
     std::streamsize readStraight(CharT* s, std::streamsize n, bool isMoreWanted);
+    void putBehind(CharT last, std::streamsize n);
     std::streamsize pickUp(CharT* s, std::streamsize n);
     void writeUnbuffered(const CharT* s, std::streamsize n);
     /// Forgets what was read ahead, or not written yet.

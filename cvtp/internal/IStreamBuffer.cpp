@@ -1,6 +1,7 @@
 #include "cvtp/internal/IStreamBuffer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "cvtp/internal/FramingNumbers.h"
 #include "cvtp/internal/Logging.h"
@@ -12,6 +13,13 @@ namespace Internal {
 namespace Cvtp {
 
 namespace {
+
+/// What is less than that behind a chunk is read ahead with it: a copy costs less than a read of several places.
+/// Bytes.
+const std::size_t WORTHWHILE = 4096;
+
+/// A pipe seldom holds more, and more is not asked for at once where some of it may have to be given back. Bytes.
+const std::size_t MOST_AT_ONCE = 65536;
 
 /// Reads at least one byte and at most n, and waits only when none is there; none only at the end.
 ///
@@ -66,7 +74,7 @@ template <class CharT>
 typename IStreamBuffer<CharT>::int_type IStreamBuffer<CharT>::underflow() {
     if (this->gptr() == this->egptr()) {
         reserveArea(areaSizeNeeded());
-        const std::size_t n = read(area.get(), areaSize);
+        const std::size_t n = read(area.get(), areaSize, Reach::CHUNK);
         this->setg(area.get(), area.get(), area.get() + n);
         if (n == 0) {
             return Traits::eof();
@@ -85,7 +93,7 @@ std::streamsize IStreamBuffer<CharT>::xsgetn(CharT* target, std::streamsize n) {
         while (taken < wanted && more) {
             std::size_t count = 0;
             if (isWorthReadingStraight(wanted - taken)) {
-                count = read(target + taken, wanted - taken);
+                count = read(target + taken, wanted - taken, Reach::TARGET);
             } else if (!Traits::eq_int_type(underflow(), Traits::eof())) {
                 count = takeBuffered(target + taken, wanted - taken);
             }
@@ -102,7 +110,7 @@ std::streamsize IStreamBuffer<CharT>::xsgetn(CharT* target, std::streamsize n) {
 
 /// Reads at least one byte, at most n, and none only at the end. Throws, if at all, before it has taken a byte.
 template <class CharT>
-std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
+std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n, Reach reach) {
     if (done) {
         return 0;
     }
@@ -115,7 +123,7 @@ std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
     }
     std::size_t count = 0;
     if (remaining > 0) {
-        count = readBytes(target, n);
+        count = readBytes(target, n, reach);
         if (count == 0) {
             // Cut off. The stream has told so, and nothing more is to be said.
             done = true;
@@ -135,15 +143,12 @@ std::size_t IStreamBuffer<CharT>::read(CharT* target, std::size_t n) {
 }
 
 template <class CharT>
-std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n) {
-    const std::uint64_t size = std::min<std::uint64_t>(n, remaining);
-    // A chunk is read with its end and the size of the next one. Behind a counted body there may be nothing.
-    const bool isMoreWanted = chunked && size == remaining;
-    const std::size_t count = readSome(*stream.rdbuf(), target, static_cast<std::streamsize>(size), isMoreWanted);
+std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n, Reach reach) {
+    PipeBuffer* const pipe = reach == Reach::TARGET ? pipeForChunks(n) : nullptr;
+    const std::size_t count = pipe != nullptr ? readChunks(*pipe, target, n) : readOfChunk(target, n);
     if (count == 0) {
         return 0;
     }
-    remaining -= count;
     bytesRead += count;
     if (remaining == 0) {
         chunkEndRead = chunked ? 0 : 2;
@@ -152,6 +157,64 @@ std::size_t IStreamBuffer<CharT>::readBytes(CharT* target, std::size_t n) {
         traceInput(target, count, false);
     }
     return count;
+}
+
+/// Of the current chunk, or of a counted body.
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::readOfChunk(CharT* target, std::size_t n) {
+    const std::uint64_t size = std::min<std::uint64_t>(n, remaining);
+    // A chunk is read with its end and the size of the next one. Behind a counted body there may be nothing.
+    const bool isMoreWanted = chunked && size == remaining;
+    const std::size_t count = readSome(*stream.rdbuf(), target, static_cast<std::streamsize>(size), isMoreWanted);
+    remaining -= count;
+    return count;
+}
+
+/// The pipe, when it is worthwhile to read the chunks behind this one with it.
+template <class CharT>
+typename IStreamBuffer<CharT>::PipeBuffer* IStreamBuffer<CharT>::pipeForChunks(std::size_t n) const {
+    n = std::min(n, MOST_AT_ONCE);
+    if (!chunked || n <= remaining) {
+        return nullptr;
+    }
+    PipeBuffer* const pipe = PipeBuffer::from(stream.rdbuf());
+    if (pipe == nullptr || pipe->capacity() == 0 || !pipe->ahead().empty()) {
+        return nullptr;
+    }
+    const std::size_t least = std::min(WORTHWHILE, static_cast<std::size_t>(pipe->capacity()));
+    return n - remaining >= least && chunkForm.size >= least ? pipe : nullptr;
+}
+
+/// Reads the rest of the chunk, which is less than n, and in one go what of the next chunks has come.
+template <class CharT>
+std::size_t IStreamBuffer<CharT>::readChunks(PipeBuffer& pipe, CharT* target, std::size_t n) {
+    ChunkRooms rooms(target, std::min(n, MOST_AT_ONCE), remaining, chunkForm);
+    // Before a byte is taken, since there may be no memory.
+    reserveUnread(rooms.size() + static_cast<std::size_t>(pipe.capacity()));
+    const std::streamsize received = pipe.readInto(rooms.begin(), rooms.end(), rooms.isChunkEndExpected());
+    rooms.decode(static_cast<std::size_t>(received));
+    ChunkRooms::Block blocks[ChunkRooms::MOST_BLOCKS];
+    if (rooms.isChunkEndWrong(pipe.ahead())) {
+        // How much of the last chunk that drops is up to reads that know one chunk only.
+        pipe.unread(nullptr, blocks, rooms.blocksFrom(0, blocks), std::move(unreadMemory));
+        return readOfChunk(target, n);
+    }
+    remaining = rooms.remainingOfChunk();
+    chunkForm = rooms.formOfChunk();
+    const std::size_t count = rooms.dataLength();
+    if (rooms.decodedLength() < static_cast<std::size_t>(received)) {
+        pipe.unread(target + count - 1, blocks, rooms.blocksFrom(rooms.decodedLength(), blocks),
+                    std::move(unreadMemory));
+    }
+    return count;
+}
+
+template <class CharT>
+void IStreamBuffer<CharT>::reserveUnread(std::size_t size) {
+    if (unreadMemory == nullptr || unreadSize < size) {
+        unreadMemory.reset(new CharT[size]);
+        unreadSize = size;
+    }
 }
 
 /// False when no LF comes within 19 characters.
@@ -174,8 +237,10 @@ bool IStreamBuffer<CharT>::readSizeLine() {
         sizeLine[sizeLineLength++] = c;
     }
     sizeLine[sizeLineLength] = '\0';
-    sizeLineLength = 0;
     remaining = parseChunkSize(sizeLine);
+    // The line has a LF, and before it comes the CR LF of the chunk before.
+    chunkForm = {remaining, static_cast<std::size_t>(sizeLineLength) + 3};
+    sizeLineLength = 0;
     if (remaining == 0) {
         lastChunk = true;
         chunkEndRead = 0;

@@ -6,6 +6,9 @@
 #include <memory>
 #include <streambuf>
 
+#include "cvtp/internal/ChunkRooms.h"
+#include "io/PipeBufferBase.h"
+
 namespace Corvane {
 namespace Internal {
 namespace Cvtp {
@@ -45,8 +48,17 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
     /// A size line, and the NUL behind it.
     static constexpr int SIZE_LINE_BUFFER = 20;
 
-    std::size_t read(CharT* target, std::size_t n);
-    std::size_t readBytes(CharT* target, std::size_t n);
+    using PipeBuffer = Io::PipeBufferBase<CharT>;
+
+    /// How far a read may go: to the end of the chunk, or as far as the caller's memory reaches.
+    enum class Reach { CHUNK, TARGET };
+
+    std::size_t read(CharT* target, std::size_t n, Reach reach);
+    std::size_t readBytes(CharT* target, std::size_t n, Reach reach);
+    std::size_t readOfChunk(CharT* target, std::size_t n);
+    PipeBuffer* pipeForChunks(std::size_t n) const;
+    std::size_t readChunks(PipeBuffer& pipe, CharT* target, std::size_t n);
+    void reserveUnread(std::size_t size);
     bool readSizeLine();
     bool readChunkEnd();
     bool isChunkEndThere();
@@ -82,6 +94,11 @@ class IStreamBuffer : public std::basic_streambuf<CharT> {
     CharT sizeLine[SIZE_LINE_BUFFER];
     int sizeLineLength = 0;
     int chunkEndRead = 2;
+    /// Of the current chunk, as far as its size line is known.
+    ChunkForm chunkForm;
+    /// For what a read of several chunks may have to give back.
+    std::unique_ptr<CharT[]> unreadMemory;
+    std::size_t unreadSize = 0;
 };
 
 extern template class IStreamBuffer<char>;

@@ -87,10 +87,14 @@ struct Room {
     int length;
 };
 
-/// The same into two places: what has no room in the first one goes into the second one, which may be empty.
+/// The most places that one read fills.
+constexpr int MOST_ROOMS = 16;
+
+/// The same into several places, at least one and at most MOST_ROOMS: what has no room in the first one goes into
+/// the next one, and so on.
 ///
-/// @return as the other; the count is that of both together.
-int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs);
+/// @return as the other; the count is that of all together.
+int readChannel(const ChannelHandle& channel, const Room* begin, const Room* end, int timeoutMs);
 
 /// Writes all of it.
 ///

@@ -15,6 +15,7 @@
 
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
+#include "io/platform/PipePlatform.h"
 
 namespace Corvane {
 namespace Testing {
@@ -87,16 +88,32 @@ int CvPipe::readPipe(char* buffer, int offset, int length, int) {
     return static_cast<int>(data.copy(buffer + offset, static_cast<std::size_t>(length)));
 }
 
-int CvPipe::readBlocks(char* first, int firstLength, char* second, int secondLength) {
-    const std::vector<std::string> before = Testing::incoming;
-    const int count = readPipe(first, 0, firstLength, readTimeout);
-    Testing::aheads.push_back(secondLength);
-    if (count < firstLength) {
-        return count;
+int CvPipe::readBlocks(const Platform::Room* begin, const Platform::Room* end) {
+    Testing::aheads.push_back(end - begin > 1 ? (end - 1)->length : 0);
+    if (Testing::incoming.empty()) {
+        return readPipe(begin->data, 0, begin->length, readTimeout);
     }
-    return count + static_cast<int>(before.front()
-                                        .substr(static_cast<std::size_t>(count))
-                                        .copy(second, static_cast<std::size_t>(secondLength)));
+    const std::string data = Testing::incoming.front();
+    int count = readPipe(begin->data, 0, begin->length, readTimeout);
+    while (++begin != end) {
+        count += static_cast<int>(data.substr(std::min(data.size(), static_cast<std::size_t>(count)))
+                                      .copy(begin->data, static_cast<std::size_t>(begin->length)));
+    }
+    return count;
+}
+
+void CvPipe::unread(std::unique_ptr<char[]> memory, std::size_t length) {
+    Testing::incoming.insert(Testing::incoming.begin(), std::string(memory.get(), length));
+}
+
+int CvPipe::readAgain(const Platform::Room* begin, const Platform::Room*) {
+    std::string& data = Testing::incoming.front();
+    const std::size_t count = data.copy(begin->data, static_cast<std::size_t>(begin->length));
+    data.erase(0, count);
+    if (data.empty()) {
+        Testing::incoming.erase(Testing::incoming.begin());
+    }
+    return static_cast<int>(count);
 }
 
 void CvPipe::writePipe(const char* buffer, int offset, int length) {

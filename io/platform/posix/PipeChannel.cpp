@@ -129,14 +129,14 @@ bool PipeChannel::applyReceiveTimeout(int timeoutMs) {
     return true;
 }
 
-int PipeChannel::read(Room first, Room second, int timeoutMs, IdleMemory idle) {
+int PipeChannel::read(const Room* begin, const Room* end, int timeoutMs, IdleMemory idle) {
     if (closed.load()) {
         return ABORTED;
     }
     if (!readable) {
         return readFailed(EACCES);
     }
-    if (first.length <= 0) {
+    if (begin->length <= 0) {
         return 0;
     }
     const Deadline deadline(timeoutMs);
@@ -145,7 +145,7 @@ int PipeChannel::read(Room first, Room second, int timeoutMs, IdleMemory idle) {
         if (!applyReceiveTimeout(idle.length > 0 ? untilQuiet(wait) : wait)) {
             return readFailed(errno);
         }
-        const ssize_t count = receive(first, second);
+        const ssize_t count = receive(begin, end);
         const int error = count < 0 ? errno : 0;
         if (count > 0) {
             return static_cast<int>(count);
@@ -175,23 +175,23 @@ int PipeChannel::read(Room first, Room second, int timeoutMs, IdleMemory idle) {
 }
 
 /// A receive that blocks, at first perhaps by trying again and again.
-ssize_t PipeChannel::receive(const Room& first, const Room& second) const {
+ssize_t PipeChannel::receive(const Room* begin, const Room* end) const {
     if (Spinning::isDue()) {
         // Most of the time the first try tells, and the clock is not needed.
-        std::optional<Deadline::Moment> end;
+        std::optional<Deadline::Moment> lastTry;
         do {
-            const ssize_t count = SocketCalls::receiveNow(socket.get(), first, second);
+            const ssize_t count = SocketCalls::receiveNow(socket.get(), begin, end);
             if (count >= 0 || errno != EAGAIN) {
                 Spinning::note(true);
                 return count;
             }
-            if (!end) {
-                end = calls().now() + Spinning::length();
+            if (!lastTry) {
+                lastTry = calls().now() + Spinning::length();
             }
-        } while (!closed.load() && calls().now() < *end);
+        } while (!closed.load() && calls().now() < *lastTry);
         Spinning::note(false);
     }
-    return SocketCalls::receive(socket.get(), first, second);
+    return SocketCalls::receive(socket.get(), begin, end);
 }
 
 int PipeChannel::writeFailed(int error, bool waited) const {
@@ -278,11 +278,12 @@ void PipeChannel::close() {
 }
 
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs, const IdleMemory& idle) {
-    return channel ? channel->read({buffer, length}, {nullptr, 0}, timeoutMs, idle) : readFailed(EBADF);
+    const Room room{buffer, length};
+    return channel ? channel->read(&room, &room + 1, timeoutMs, idle) : readFailed(EBADF);
 }
 
-int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs) {
-    return channel ? channel->read(first, second, timeoutMs, {}) : readFailed(EBADF);
+int readChannel(const ChannelHandle& channel, const Room* begin, const Room* end, int timeoutMs) {
+    return channel ? channel->read(begin, end, timeoutMs, {}) : readFailed(EBADF);
 }
 
 int writeChannel(const ChannelHandle& channel, const char* buffer, int length) {

@@ -23,7 +23,7 @@ class PipeChannel {
     PipeChannel(FileDescriptor socket, bool readable, bool writable);
 
     /// See readChannel().
-    int read(Room first, Room second, int timeoutMs, IdleMemory idle);
+    int read(const Room* begin, const Room* end, int timeoutMs, IdleMemory idle);
 
     /// See writeChannel().
     int write(const char* buffer, int length);
@@ -35,7 +35,7 @@ class PipeChannel {
     void close();
 
  private:
-    ssize_t receive(const Room& first, const Room& second) const;
+    ssize_t receive(const Room* begin, const Room* end) const;
     bool applyReceiveTimeout(int timeoutMs);
     int waitForRoom(std::optional<Deadline>& deadline) const;
     int writeFailed(int error, bool waited) const;

@@ -24,15 +24,16 @@ int setTimeout(int socket, int option, int timeoutMs) {
     return calls().setsockopt(socket, SOL_SOCKET, option, &timeout, sizeof(timeout));
 }
 
-ssize_t receiveWith(int socket, const Room& first, const Room& second, int flags) {
-    if (second.length <= 0) {
-        return calls().recv(socket, first.data, static_cast<std::size_t>(first.length), flags);
+ssize_t receiveWith(int socket, const Room* begin, const Room* end, int flags) {
+    if (end - begin == 1) {
+        return calls().recv(socket, begin->data, static_cast<std::size_t>(begin->length), flags);
     }
-    iovec parts[] = {{first.data, static_cast<std::size_t>(first.length)},
-                     {second.data, static_cast<std::size_t>(second.length)}};
+    iovec parts[MOST_ROOMS];
     msghdr message{};
     message.msg_iov = parts;
-    message.msg_iovlen = 2;
+    for (; begin != end && message.msg_iovlen < MOST_ROOMS; ++begin) {
+        parts[message.msg_iovlen++] = {begin->data, static_cast<std::size_t>(begin->length)};
+    }
     return calls().recvmsg(socket, &message, flags);
 }
 
@@ -70,12 +71,12 @@ FileDescriptor acceptClient(int socket) {
     return FileDescriptor(calls().accept4(socket, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
-ssize_t receive(int socket, const Room& first, const Room& second) {
-    return receiveWith(socket, first, second, 0);
+ssize_t receive(int socket, const Room* begin, const Room* end) {
+    return receiveWith(socket, begin, end, 0);
 }
 
-ssize_t receiveNow(int socket, const Room& first, const Room& second) {
-    return receiveWith(socket, first, second, MSG_DONTWAIT);
+ssize_t receiveNow(int socket, const Room* begin, const Room* end) {
+    return receiveWith(socket, begin, end, MSG_DONTWAIT);
 }
 
 ssize_t sendNow(int socket, const Block* begin, const Block* end) {

@@ -31,11 +31,11 @@ int listenForOne(int socket);
 /// A blocking socket, closed on exec; none when the call failed. Waits for a client if `socket` is blocking.
 FileDescriptor acceptClient(int socket);
 
-/// Fills the first, then the second, which may be empty.
-ssize_t receive(int socket, const Room& first, const Room& second);
+/// Fills the rooms, at most MOST_ROOMS, one after another.
+ssize_t receive(int socket, const Room* begin, const Room* end);
 
 /// What is there; EAGAIN when that is nothing.
-ssize_t receiveNow(int socket, const Room& first, const Room& second);
+ssize_t receiveNow(int socket, const Room* begin, const Room* end);
 
 /// Sends what fits at once, at least one block, and raises no signal when the other end is gone. Not all of many
 /// blocks are sent, even if they would fit.

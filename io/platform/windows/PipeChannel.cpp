@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -92,7 +93,7 @@ PipeChannel::~PipeChannel() {
     reading.settle(end.pipe.get());
 }
 
-int PipeChannel::read(const Room& first, const Room& second, int timeoutMs) {
+int PipeChannel::read(const Room* rooms, const Room* roomsEnd, int timeoutMs) {
     if (closed.load()) {
         return ABORTED;
     }
@@ -100,28 +101,29 @@ int PipeChannel::read(const Room& first, const Room& second, int timeoutMs) {
         logReadError(ERROR_INVALID_HANDLE);
         return READ_FAILED;
     }
-    if (first.length <= 0) {
+    if (rooms->length <= 0) {
         return 0;
     }
     if (keptBegin < keptEnd) {
-        return giveOut(first, second);
+        return giveOut(rooms, roomsEnd);
     }
     const bool isTakenUp = reading.isPending();
     int result = isTakenUp ? awaitRead(timeoutMs) : PENDING;
     // The system ends what a thread has left pending when that thread ends. Such a read has taken nothing.
     if (!isTakenUp || (result == ABORTED && !closed.load())) {
-        result = beginRead(first, second);
+        result = beginRead(rooms, roomsEnd);
         if (result == PENDING) {
             result = awaitRead(timeoutMs);
         }
     }
-    return result > 0 ? giveOut(first, second) : result;
+    return result > 0 ? giveOut(rooms, roomsEnd) : result;
 }
 
 /// @return PENDING, or what the read has come to at once; above zero, so many bytes are kept.
-int PipeChannel::beginRead(const Room& first, const Room& second) {
-    int wanted = std::min(first.length, MAX_READ_LENGTH);
-    wanted += std::min(second.length, MAX_READ_LENGTH - wanted);
+int PipeChannel::beginRead(const Room* rooms, const Room* roomsEnd) {
+    const int wanted = std::accumulate(rooms, roomsEnd, 0, [](int sum, const Room& room) {
+        return sum + std::min(room.length, MAX_READ_LENGTH - sum);
+    });
     if (readBuffer.size() < static_cast<std::size_t>(wanted)) {
         readBuffer.resize(static_cast<std::size_t>(wanted));
     }
@@ -184,12 +186,12 @@ int PipeChannel::awaitRead(int timeoutMs) {
     }
 }
 
-int PipeChannel::giveOut(const Room& first, const Room& second) {
+int PipeChannel::giveOut(const Room* rooms, const Room* roomsEnd) {
     std::size_t total = 0;
-    for (const Room& room : {first, second}) {
-        const std::size_t count = std::min(static_cast<std::size_t>(room.length), keptEnd - keptBegin);
+    for (const Room* room = rooms; room != roomsEnd; ++room) {
+        const std::size_t count = std::min(static_cast<std::size_t>(room->length), keptEnd - keptBegin);
         if (count > 0) {
-            std::memcpy(room.data, readBuffer.data() + keptBegin, count);
+            std::memcpy(room->data, readBuffer.data() + keptBegin, count);
         }
         keptBegin += count;
         total += count;
@@ -283,12 +285,13 @@ void PipeChannel::close() {
 }
 
 int readChannel(const ChannelHandle& channel, char* buffer, int length, int timeoutMs, const IdleMemory&) {
-    return readChannel(channel, {buffer, length}, {nullptr, 0}, timeoutMs);
+    const Room room{buffer, length};
+    return readChannel(channel, &room, &room + 1, timeoutMs);
 }
 
-int readChannel(const ChannelHandle& channel, Room first, Room second, int timeoutMs) {
+int readChannel(const ChannelHandle& channel, const Room* begin, const Room* end, int timeoutMs) {
     if (channel) {
-        return channel->read(first, second, timeoutMs);
+        return channel->read(begin, end, timeoutMs);
     }
     logReadError(ERROR_INVALID_HANDLE);
     return READ_FAILED;

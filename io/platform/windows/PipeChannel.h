@@ -27,7 +27,7 @@ class PipeChannel {
     PipeChannel& operator=(const PipeChannel&) = delete;
 
     /// See readChannel().
-    int read(const Room& first, const Room& second, int timeoutMs);
+    int read(const Room* rooms, const Room* roomsEnd, int timeoutMs);
 
     /// See writeChannel().
     int write(const char* buffer, int length);
@@ -36,9 +36,9 @@ class PipeChannel {
     void close();
 
  private:
-    int beginRead(const Room& first, const Room& second);
+    int beginRead(const Room* rooms, const Room* roomsEnd);
     int awaitRead(int timeoutMs);
-    int giveOut(const Room& first, const Room& second);
+    int giveOut(const Room* rooms, const Room* roomsEnd);
     int beginFailed(DWORD error);
     int awaitWrite(DWORD& count);
 
