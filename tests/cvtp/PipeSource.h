@@ -31,6 +31,8 @@ class PipeSource {
 
     void write(const std::string& bytes) { writer.writePipe(bytes.data(), 0, static_cast<int>(bytes.size())); }
     void end() { writer.close(); }
+    /// Closes the end that is read.
+    void close() { pipe.close(); }
     /// Milliseconds; 0 waits forever.
     void setTimeout(int timeout) { pipe.setReadTimeout(timeout); }
 
