@@ -343,6 +343,76 @@ TEST_F(PipeBufferWrites, WhatComesBehindAStraightReadIsReadAhead) {
     EXPECT_EQ(aheads, (std::vector<int>{7, 7, 7, 0}));
 }
 
+TEST_F(PipeBufferWrites, SeveralPlacesAreFilledOneAfterAnother) {
+    char first[4] = {};
+    char second[3] = {};
+    const Io::Platform::Room rooms[] = {{first, 4}, {second, 3}};
+    incoming = {"abcdefghij", "klmno", "p", "qrstuvwxyz"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.readInto(rooms, rooms + 2, true), 7);
+    EXPECT_EQ(std::string(first, 4) + std::string(second, 3), "abcdefg");
+    EXPECT_EQ(in.ahead(), "hij");
+    EXPECT_EQ(in.sungetc(), 'g');
+    in.skip(4);
+    EXPECT_EQ(in.readInto(rooms, rooms + 2, true), 5);
+    EXPECT_EQ(in.sungetc(), 'o');
+    in.skip(1);
+    EXPECT_EQ(in.readInto(rooms, rooms + 2, true), 1);
+    EXPECT_EQ(in.sungetc(), 'p');
+    in.skip(1);
+    // Nothing is read ahead.
+    EXPECT_EQ(in.readInto(rooms, rooms + 2, false), 7);
+    EXPECT_EQ(in.ahead(), "");
+    EXPECT_EQ(in.sungetc(), 'w');
+    in.skip(1);
+    EXPECT_EQ(in.readInto(rooms, rooms + 2, true), 0);
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "not behind the end";
+    EXPECT_THROW(out.readInto(rooms, rooms + 2, true), Io::CvPipeException);
+}
+
+using Block = std::string_view;
+
+TEST_F(PipeBufferWrites, WhatWasTakenBackIsReadAgain) {
+    char target[12] = {};
+    incoming = {"abcdefghijklmnop", "qrs"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.readSomeAndAhead(target, 12), 12);
+    const Block blocks[] = {Block(target + 1, 2), Block(target + 3, 9)};
+    in.unread(nullptr, blocks, blocks + 2, std::make_unique<char[]>(20));
+    EXPECT_EQ(in.in_avail(), 0);
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "nothing to put back";
+    // As from the pipe: a whole buffer at most.
+    EXPECT_EQ(in.sgetc(), 'b');
+    EXPECT_EQ(in.ahead(), "bcdefghi");
+}
+
+TEST_F(PipeBufferWrites, SomeOfWhatWasTakenBackIsReadAheadBehindTheLastByte) {
+    char target[12] = {};
+    incoming = {"abcdefghijklmnop"};
+    in.pubsetbuf(memory, 8);
+    EXPECT_EQ(in.readSomeAndAhead(target, 12), 12);
+    const Block block(target + 2, 10);
+    in.unread(target + 1, &block, &block + 1, std::make_unique<char[]>(20));
+    EXPECT_EQ(in.ahead(), "cdefghi");
+    EXPECT_EQ(in.sungetc(), 'b');
+    EXPECT_EQ(in.sungetc(), std::char_traits<char>::eof()) << "there is one only";
+    EXPECT_EQ(incoming, std::vector<std::string>{"jklmnop"});
+}
+
+TEST_F(PipeBufferWrites, ABufferOfOneByteHoldsNothingAhead) {
+    char target[3] = {};
+    const Io::Platform::Room room{target, 3};
+    incoming = {"abcde"};
+    in.pubsetbuf(memory, 1);
+    EXPECT_EQ(in.readInto(&room, &room + 1, true), 3);
+    const Block block(target + 1, 2);
+    in.unread(target, &block, &block + 1, std::make_unique<char[]>(3));
+    EXPECT_EQ(in.ahead(), "");
+    EXPECT_EQ(in.sungetc(), 'a');
+    in.skip(1);
+    EXPECT_EQ(in.sbumpc(), 'b');
+}
+
 TEST_F(PipeBufferWrites, ThroughABufferOfNothingNothingIsRead) {
     char target[20] = {};
     incoming = {"", ""};

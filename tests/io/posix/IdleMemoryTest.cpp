@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <istream>
+#include <memory>
 #include <string>
+#include <string_view>
 
 #include "io/PipeStreams.h"
 #include "tests/io/posix/FakeSystem.h"
@@ -55,6 +58,23 @@ TEST_F(IdleMemoryTest, TakesWhatIsReadAfterIt) {
     system.on("recv", {failure(EAGAIN)});
     EXPECT_EQ(connection.client.readPipe(pages, 0, 100, 5000), 4);
     EXPECT_EQ(std::string(pages, 5), std::string("data\0", 5));
+}
+
+TEST_F(IdleMemoryTest, TakesBytesThatAreReadAgainWithoutAWait) {
+    auto& in = *PipeBufferBase<char>::from(connection.client.getInputStream()->rdbuf());
+    in.pubsetbuf(pages, 8);
+    writeText(connection.accepted, "0123456789");
+    char target[10];
+    EXPECT_EQ(in.readSome(target, 10), 10);
+    const std::string_view block(target, 10);
+    in.unread(nullptr, &block, &block + 1, std::make_unique<char[]>(18));
+    FakeSystem system;
+    EXPECT_EQ(in.sgetc(), '0');
+    EXPECT_EQ(in.ahead(), "01234567");
+    in.skip(8);
+    EXPECT_EQ(in.sgetc(), '8');
+    EXPECT_EQ(in.ahead(), "89");
+    EXPECT_EQ(system.getMade(), Lines());
 }
 
 TEST_F(IdleMemoryTest, TakesAWaitInTwoPartsAndGivesBackOnce) {
