@@ -23,8 +23,9 @@ option(CVTP_COVERAGE "Build for a coverage report" OFF)
 
 if(MSVC)
     # 4251 and 4275: members and base classes of the standard library in exported classes; user and library are built
-    # with the same one. 4458: parameters of constructors that bear the name of the member they set.
-    add_compile_options(/W4 /wd4251 /wd4275 /wd4458 /utf-8)
+    # with the same one. 4458: parameters of constructors that bear the name of the member they set. 5030: attributes of
+    # other compilers, which it is to ignore.
+    add_compile_options(/W4 /wd4251 /wd4275 /wd4458 /wd5030 /utf-8)
     # fopen and the like are meant.
     add_compile_definitions(_CRT_SECURE_NO_WARNINGS)
 else()

@@ -85,11 +85,6 @@ PipeBufferBase<CharT, Traits>* PipeBufferBase<CharT, Traits>::from(std::basic_st
 }
 
 template <class CharT, class Traits>
-typename PipeBufferBase<CharT, Traits>::Block PipeBufferBase<CharT, Traits>::ahead() const {
-    return {this->gptr(), static_cast<std::size_t>(this->egptr() - this->gptr())};
-}
-
-template <class CharT, class Traits>
 void PipeBufferBase<CharT, Traits>::skip(std::size_t n) {
     this->gbump(static_cast<int>(std::min(n, ahead().size())));
 }
@@ -97,18 +92,6 @@ void PipeBufferBase<CharT, Traits>::skip(std::size_t n) {
 template <class CharT, class Traits>
 std::streamsize PipeBufferBase<CharT, Traits>::capacity() const {
     return bufferSize;
-}
-
-template <class CharT, class Traits>
-std::streamsize PipeBufferBase<CharT, Traits>::room() const {
-    return this->epptr() - this->pptr();
-}
-
-template <class CharT, class Traits>
-CharT* PipeBufferBase<CharT, Traits>::claim(std::size_t n) {
-    CharT* const place = this->pptr();
-    this->pbump(static_cast<int>(n));
-    return place;
 }
 
 template <class CharT, class Traits>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ios>
 #include <memory>
@@ -45,7 +46,7 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     static PipeBufferBase* from(std::basic_streambuf<CharT, Traits>* buffer);
 
     /// What was read ahead. Valid until the next call that reads.
-    Block ahead() const;
+    Block ahead() const { return {this->gptr(), static_cast<std::size_t>(this->egptr() - this->gptr())}; }
     /// Takes the first `n` of it away.
     void skip(std::size_t n);
 
@@ -53,11 +54,15 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     std::streamsize capacity() const;
 
     /// How many more bytes it takes before it has to write to the pipe; 0 without a buffer, and for input.
-    std::streamsize room() const;
+    std::streamsize room() const { return this->epptr() - this->pptr(); }
 
     /// Takes `n` bytes, which the caller then puts where this points to, before it does anything else with the
     /// buffer. `n` is at most room().
-    CharT* claim(std::size_t n);
+    CharT* claim(std::size_t n) {
+        CharT* const place = this->pptr();
+        this->pbump(static_cast<int>(n));
+        return place;
+    }
 
     /// Writes blocks, one behind the other, as if they were one. Needs a buffer.
     void putBlocks(const Block* begin, const Block* end);

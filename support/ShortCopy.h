@@ -6,10 +6,11 @@
 
 namespace Corvane {
 
-/// Copies a text that is mostly short, up to 16 bytes, where a call would cost more than the copy.
+/// Copies a text that is mostly short, up to 16 bytes. A call would cost more than the copy, one of this function
+/// too.
 ///
 /// @return the place behind the copy.
-inline char* putShort(char* place, std::string_view text) {
+[[gnu::always_inline]] inline char* putShort(char* place, std::string_view text) {
     const char* const from = text.data();
     const std::size_t size = text.size();
     // A size in between is copied by two blocks that overlap. Sizes that the compiler knows become single moves.

@@ -139,20 +139,6 @@ StreamUtil::PipeBuffer* StreamUtil::pipeBufferOf(const std::istream& in) {
     return in.good() ? PipeBuffer::from(in.rdbuf()) : nullptr;
 }
 
-std::optional<StreamUtil::LineAhead> StreamUtil::lookAhead(const PipeBuffer& pipe, std::size_t offset) {
-    const std::string_view ahead = pipe.ahead().substr(offset);
-    // A line near the largest length is left to the stream.
-    const std::size_t end = ahead.substr(0, LINE_BUFFER_SIZE / 2).find('\n');
-    if (end == std::string_view::npos) {
-        return std::nullopt;
-    }
-    LineAhead line{ahead.substr(0, end), end + 1};
-    if (!line.text.empty() && line.text.back() == '\r') {
-        line.text.remove_suffix(1);
-    }
-    return line;
-}
-
 std::optional<std::string_view> StreamUtil::takeLine(std::istream& in) {
     PipeBuffer* const pipe = pipeBufferOf(in);
     if (pipe == nullptr) {

@@ -31,6 +31,9 @@ class StreamUtil {
     /// @throws Io::InterruptedException the bytes ended before the LF, or 2047 characters came without one.
     static void readLine(std::istream& in, std::string& line);
 
+    /// A longer line is left to the stream, which knows the limit. Bytes.
+    static constexpr std::size_t MOST_AHEAD = 1024;
+
     /// A line that has arrived as a whole.
     struct LineAhead {
         /// Without its end.
@@ -79,6 +82,16 @@ class StreamUtil {
     /// @throws Io::CvPipeException the stream has failed.
     static void requireWritable(const std::ostream& out);
 };
+
+inline std::optional<StreamUtil::LineAhead> StreamUtil::lookAhead(const PipeBuffer& pipe, std::size_t offset) {
+    const std::string_view ahead = pipe.ahead().substr(offset, MOST_AHEAD);
+    const std::size_t end = ahead.find('\n');
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const bool hasReturn = end > 0 && ahead[end - 1] == '\r';
+    return LineAhead{ahead.substr(0, hasReturn ? end - 1 : end), end + 1};
+}
 
 }  // namespace Cvtp
 }  // namespace Internal
