@@ -88,6 +88,25 @@ TEST_F(ChunkReceivesTest, AsManyChunksAreExpectedAsThereAreFrames) {
     EXPECT_EQ(system.getMade().at(0), "recvmsg(6+8+4096+8+4096+8+4096+8+4096+4095)");
 }
 
+TEST_F(ChunkReceivesTest, TheSizeOfTheLastChunkIsExpectedAgain) {
+    begin(chunk(0, CHUNK) + chunk(CHUNK, 20480, "5000\r\n") + chunk(CHUNK + 20480, 20480, "5000\r\n"));
+    EXPECT_EQ(read(CHUNK - FIRST + 10000), text.substr(FIRST, CHUNK - FIRST + 10000));
+    FakeSystem system;
+    EXPECT_EQ(read(30960), text.substr(CHUNK + 10000, 30960));
+    EXPECT_EQ(system.getMade(), Lines{"recvmsg(10480+8+20480+4095)"});
+}
+
+TEST_F(ChunkReceivesTest, SmallChunksGoThroughTheBuffer) {
+    std::string bytes;
+    for (std::size_t at = 0; at < 100 * 256; at += 256) {
+        bytes += chunk(at, 256, "100\r\n");
+    }
+    writeText(connection.accepted, bytes);
+    FakeSystem system;
+    EXPECT_EQ(read(100 * 256), text.substr(0, 100 * 256));
+    EXPECT_EQ(system.madeOf("recvmsg"), Lines());
+}
+
 TEST_F(ChunkReceivesTest, LittleBehindAChunkIsReadAheadInstead) {
     begin(chunk(0, CHUNK) + chunk(CHUNK, CHUNK));
     FakeSystem system;

@@ -281,6 +281,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"SizeLinesWithoutCR", "9\nabcdefghi\r\n9\njklmnopqr\r\n9\r\nstuvwxyzA\r\n0\n\r\n" + NEXT},
         Case{"DataThatLooksLikeFrames",
              "b\r\n\r\n5\r\n\r\n0\r\n\r\n\r\nb\r\n\r\n5\r\n\r\n0\r\n\r\n\r\n9\r\n\r\n9\r\nabcd\r\n0\r\n\r\n"},
+        Case{"DataAtThePlaceOfAFrame",
+             "9\r\nabcdefghi\r\nf\r\njklmnopqr\r\n5\r\ns\r\n9\r\ntuvwxyzAB\r\n0\r\n\r\n" + NEXT},
         Case{"ANextMessageLargerThanThePiece",
              "6\r\nabcdef\r\n6\r\nghijkl\r\n0\r\n\r\n" + NEXT + std::string(40, 'x') + NEXT},
         Case{"AWrongEndOfTheFirstChunk", "9\r\nabcdefghixy9\r\njklmnopqr\r\n0\r\n\r\n"},
@@ -364,6 +366,14 @@ TEST_F(ChunkedPipe, AReadTakesNothingThatItsCallerDidNotAskFor) {
     EXPECT_EQ(source.buffer().sungetc(), 'n');
     EXPECT_EQ(source.buffer().sbumpc(), 'n');
     EXPECT_EQ(source.buffer().sbumpc(), 'o');
+}
+
+TEST_F(ChunkedPipe, ASmallReadTakesNothingOfTheNextChunk) {
+    PipeSource source("9\r\nabcdefghi\r\n9\r\njklmnopqr\r\n9\r\nstuvwxyzA\r\n0\r\n\r\n", 5);
+    Decoder decoder(source.stream(), 100);
+    EXPECT_EQ(pieceOf(decoder, 3), "abc");
+    EXPECT_EQ(pieceOf(decoder, 1), "d");
+    EXPECT_EQ(decoder.in_avail(), 5);
 }
 
 TEST_F(ChunkedPipe, ABodyThatIsReadToItsEndLeavesTheNextMessage) {
