@@ -61,7 +61,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32 AND NOT CVTP_SANITIZE AND 
 endif()
 option(CVTP_WHOLE_PROGRAM "Optimise the library as a whole in release builds" ${whole_program})
 
-# A layer of the library: an object library that may include what stands below the repository's root.
 # Nobody replaces a function of the library by one of his own, so its functions call each other directly, and those of
 # other libraries without the detour of a table of stubs. Both together save a sixth of the library's time in a message.
 set(direct_calls OFF)
@@ -69,6 +68,7 @@ if(NOT MSVC AND NOT WIN32 AND NOT APPLE)
     set(direct_calls ON)
 endif()
 
+# A layer of the library: an object library that may include what stands below the repository's root.
 function(cvtp_add_layer name)
     add_library(${name} OBJECT ${ARGN})
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
