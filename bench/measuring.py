@@ -21,6 +21,10 @@ class Failed(Exception):
     """A measurement that brought nothing."""
 
 
+class Stuck(Failed):
+    """A measurement that did not end in time."""
+
+
 class NotOffered(Exception):
     """The peer has no such thing as the workload asks for."""
 
@@ -90,7 +94,7 @@ def run_client(command, core, seconds):
             check=False,
         )
     except subprocess.TimeoutExpired as error:
-        raise Failed(f"the client did not end within {error.timeout:.0f} s") from error
+        raise Stuck(f"the client did not end within {error.timeout:.0f} s") from error
     lines = client.stderr.strip().splitlines()
     reason = lines[-1] if lines else f"the client ended with {client.returncode}"
     if client.returncode == EXIT_NOT_OFFERED:
@@ -123,7 +127,7 @@ def figures(brought):
 
 
 def measure(program, workload, seconds, cores):
-    """The figures of one measurement, with server and client each on its core. Raises Failed or NotOffered."""
+    """The figures of one measurement, with server and client each on its core. Raises Failed, Stuck or NotOffered."""
     server_core, client_core = cores
     folder = tempfile.mkdtemp(prefix="bench-")
     try:

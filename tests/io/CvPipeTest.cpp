@@ -22,6 +22,11 @@ const std::string CLOSE_LINE = "DEBUG: Close Handles: handle=N; event=" + Codes:
 const std::string CLOSE_NONE_LINE = "DEBUG: Close Handles: handle=-1; event=-1";
 const std::string CANCEL_LINE = "INFO: CvPipe_closePipe CancelIoEx failed. Error code : " + Codes::NO_HANDLE;
 
+/// Waits for the beginning of what the other end writes: a close before that would meet no write at all.
+void waitUntilWritten(CvPipe& pipe) {
+    EXPECT_EQ(readSome(pipe, 0, 1), "x");
+}
+
 TEST_F(CvPipeTest, IsBoundOnceAndInOneDirectionAtLeast) {
     CvPipe pipe;
     EXPECT_FALSE(pipe.isBound());
@@ -209,6 +214,7 @@ TEST_F(CvPipeTest, AWriteThatWaitsBreaksWhenTheOtherEndCloses) {
         const std::string text(4000000, 'x');
         return messageOf<BrokenPipeException>([&] { writeText(connection.client, text); });
     });
+    waitUntilWritten(connection.accepted);
     EXPECT_EQ(message.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     connection.accepted.close();
     EXPECT_EQ(message.get(), "Pipe was closed at other end.");
@@ -301,6 +307,7 @@ TEST_F(CvPipeTest, CloseEndsABlockedWrite) {
         const std::string text(4000000, 'x');
         return messageOf<InterruptedException>([&] { writeText(connection.client, text); });
     });
+    waitUntilWritten(connection.accepted);
     EXPECT_EQ(message.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     connection.client.close();
     EXPECT_EQ(message.get(), "Pipe write aborted.");
