@@ -10,7 +10,8 @@ using Internal::Cvtp::AbstractCvtpRequestImpl;
 
 OneWayRequest::OneWayRequest(const std::string& method, const std::string& resource, CvtpClient* client,
                              const std::string& pipeName)
-    : impl(std::make_unique<AbstractCvtpRequestImpl>(method, resource, "w", client, pipeName)) {}
+    : impl(std::make_unique<AbstractCvtpRequestImpl>(method, resource, AbstractCvtpRequestImpl::ONE_WAY, client,
+                                                     pipeName)) {}
 
 OneWayRequest::~OneWayRequest() = default;
 

@@ -10,7 +10,8 @@ using Internal::Cvtp::AbstractCvtpRequestImpl;
 
 TwoWayRequest::TwoWayRequest(const std::string& method, const std::string& resource, CvtpClient* client,
                              const std::string& pipeName)
-    : impl(std::make_unique<AbstractCvtpRequestImpl>(method, resource, "rw", client, pipeName)) {}
+    : impl(std::make_unique<AbstractCvtpRequestImpl>(method, resource, AbstractCvtpRequestImpl::TWO_WAY, client,
+                                                     pipeName)) {}
 
 TwoWayRequest::~TwoWayRequest() = default;
 

@@ -4,7 +4,6 @@
 #include <limits>
 #include <streambuf>
 #include <string_view>
-#include <utility>
 
 #include "cvtp/CvtpClient.h"
 #include "cvtp/CvtpConnectionManager.h"
@@ -59,15 +58,13 @@ class AtHand : private std::streambuf {
 
 }  // namespace
 
+const AbstractCvtpRequestImpl::Mode AbstractCvtpRequestImpl::ONE_WAY{"w", false};
+const AbstractCvtpRequestImpl::Mode AbstractCvtpRequestImpl::TWO_WAY{"rw", true};
+
 AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, const std::string& resource,
-                                                 std::string mode, CvtpClient* client, const std::string& pipeName)
-    : client(client),
-      pipeName(pipeName),
-      method(method),
-      resource(resource),
-      mode(std::move(mode)),
-      answered(this->mode.find('r') != std::string::npos),
-      message(this, TAG_SEND, &encoder) {
+                                                 const Mode& mode, CvtpClient* client, const std::string& pipeName)
+    : client(client), pipeName(pipeName), resource(resource), mode(mode), message(this, TAG_SEND, &encoder) {
+    this->method.assign(method);
     message.setProgram(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
 }
 
@@ -83,12 +80,13 @@ AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
 }
 
 std::string AbstractCvtpRequestImpl::getStartLine() {
-    return StringUtils::joined({method, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
+    return StringUtils::joined(
+        {method.view(), " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
 }
 
 void AbstractCvtpRequestImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
     std::string memory;
-    const std::string_view oneLine = StringUtils::onOneLine(method, memory);
+    const std::string_view oneLine = StringUtils::onOneLine(method.view(), memory);
     message.writeHeadAndBody(out, {oneLine, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()},
                              bufferSize);
 }
@@ -114,7 +112,7 @@ bool AbstractCvtpRequestImpl::isCommitted() const {
 }
 
 std::string AbstractCvtpRequestImpl::getMethod() const {
-    return method;
+    return std::string(method.view());
 }
 
 void AbstractCvtpRequestImpl::setResource(const std::string& newResource) {
@@ -168,12 +166,13 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     }
     bodyOut.reset();
     removePipe();
-    pipe = client->getManager()->getPipe(pipeName, mode);
+    pipe = client->getManager()->getPipe(pipeName, mode.letters);
     if (pipe == nullptr) {
         logAndThrow<CvPipeException>("The connection manager has no pipe for " + pipeName + ".");
     }
-    requireIntactStreams();
     std::ostream* const out = Io::PipeStreams::outputOf(*pipe);
+    std::istream* const in = mode.isAnswered ? Io::PipeStreams::inputOf(*pipe) : nullptr;
+    requireIntactStreams(*out, in);
     const int bufferSize = client->getIntegerOption(CvtpClient::BUFFER_SIZE);
     if (bodyStream != nullptr) {
         bodyOut = std::make_unique<CvtpOStream>(bufferSize, true, *out);
@@ -183,13 +182,14 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     } else {
         writeHeadAndBody(*out, bufferSize);
     }
-    return answered ? std::make_unique<Answer>(client, Io::PipeStreams::inputOf(*pipe)) : nullptr;
+    return in != nullptr ? std::make_unique<Answer>(client, in) : nullptr;
 }
 
-void AbstractCvtpRequestImpl::requireIntactStreams() {
+/// @param in null when no answer is expected.
+void AbstractCvtpRequestImpl::requireIntactStreams(const std::ostream& out, const std::istream* in) {
     // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
     // message, and whatever came behind that would be read as its rest.
-    if (hasFailed(*Io::PipeStreams::outputOf(*pipe)) || (answered && hasFailed(*Io::PipeStreams::inputOf(*pipe)))) {
+    if (hasFailed(out) || (in != nullptr && hasFailed(*in))) {
         if (pipe == refusedPipe) {
             logAndThrow<CvPipeException>("The connection manager gave a failed pipe for " + pipeName + " again.");
         }
@@ -237,7 +237,7 @@ void AbstractCvtpRequestImpl::copyBodyStream() {
         }
         if (bodyStream->fail() && !bodyStream->eof()) {
             removePipe();
-            logAndThrow<CvPipeException>("The body stream of the " + method +
+            logAndThrow<CvPipeException>("The body stream of the " + getMethod() +
                                          " request failed before its end was reached. The pipe was closed.");
         }
     }

@@ -7,6 +7,7 @@
 
 #include "cvtp/AbstractCvtpRequest.h"
 #include "cvtp/internal/CvtpMessageOutImpl.h"
+#include "support/SmallText.h"
 #include "support/Utf8String.h"
 
 namespace Corvane {
@@ -30,8 +31,18 @@ class CvtpOStream;
 /// on a new one when the connection was lost before anything had been committed.
 class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
  public:
-    /// @param mode the access letters asked of the manager. @param client not owned.
-    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, std::string mode,
+    /// What a request does with its pipe.
+    struct Mode {
+        /// The access letters asked of the manager.
+        std::string letters;
+        /// Whether they allow an answer.
+        bool isAnswered;
+    };
+    static const Mode ONE_WAY;
+    static const Mode TWO_WAY;
+
+    /// @param mode one of the above. @param client not owned.
+    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, const Mode& mode,
                             Corvane::Cvtp::CvtpClient* client, const std::string& pipeName);
     /// Gives the pipe back to the manager.
     ~AbstractCvtpRequestImpl() override;
@@ -57,7 +68,7 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     void requireOneBody() const;
     std::unique_ptr<Corvane::Cvtp::CvtpResponse> sendOnce();
     /// @throws Io::BrokenPipeException a request before this one failed on the pipe.
-    void requireIntactStreams();
+    void requireIntactStreams(const std::ostream& out, const std::istream* in);
     void writeHeadAndBody(std::ostream& out, int bufferSize);
     void copyBodyStream();
     /// Returns when the request may be sent again; else throws.
@@ -70,11 +81,9 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     Io::CvPipe* pipe = nullptr;
     Corvane::Cvtp::CvtpClient* client;
     std::string pipeName;
-    std::string method;
+    SmallText<16> method;
     std::string resource;
-    std::string mode;
-    /// Whether the mode allows an answer.
-    bool answered;
+    const Mode& mode;
     std::unique_ptr<CvtpOStream> bodyOut;
     std::istream* bodyStream = nullptr;
     Xml::Utf8String encoder;

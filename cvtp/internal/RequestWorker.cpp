@@ -124,20 +124,13 @@ void RequestWorker::serve() {
     busy = false;
 }
 
-std::istream& RequestWorker::input() const {
-    return *Io::PipeStreams::inputOf(*pipe);
-}
-
-std::ostream& RequestWorker::output() const {
-    return *Io::PipeStreams::outputOf(*pipe);
-}
-
 void RequestWorker::installInputBuffer() {
     bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
     bufferRoom = (bufferSize + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
     // What lies around it can be used for something else, unlike the rest of a larger block.
     buffers.reset(static_cast<char*>(::operator new(2 * bufferRoom, std::align_val_t(PAGE_SIZE))));
-    input().rdbuf()->pubsetbuf(buffers.get(), static_cast<std::streamsize>(bufferSize));
+    in = Io::PipeStreams::inputOf(*pipe);
+    in->rdbuf()->pubsetbuf(buffers.get(), static_cast<std::streamsize>(bufferSize));
 }
 
 void RequestWorker::FreePages::operator()(char* pages) const {
@@ -145,9 +138,9 @@ void RequestWorker::FreePages::operator()(char* pages) const {
 }
 
 void RequestWorker::installOutputBuffer() {
-    if (!hasOutputBuffer) {
-        output().rdbuf()->pubsetbuf(buffers.get() + bufferRoom, static_cast<std::streamsize>(bufferSize));
-        hasOutputBuffer = true;
+    if (out == nullptr) {
+        out = Io::PipeStreams::outputOf(*pipe);
+        out->rdbuf()->pubsetbuf(buffers.get() + bufferRoom, static_cast<std::streamsize>(bufferSize));
     }
 }
 
@@ -155,10 +148,10 @@ void RequestWorker::installOutputBuffer() {
 ///
 /// @return false at the end of the connection.
 bool RequestWorker::awaitBytes() const {
-    const auto* const out = hasOutputBuffer ? StreamUtil::PipeBuffer::from(output().rdbuf()) : nullptr;
-    const bool isOutputEmpty = out == nullptr || out->room() == static_cast<std::streamsize>(bufferSize);
+    const auto* const output = out != nullptr ? StreamUtil::PipeBuffer::from(out->rdbuf()) : nullptr;
+    const bool isOutputEmpty = output == nullptr || output->room() == static_cast<std::streamsize>(bufferSize);
     Io::PipeStreams::setIdleMemory(*pipe, buffers.get(), isOutputEmpty ? 2 * bufferRoom : bufferRoom);
-    const bool isEnd = input().rdbuf()->sgetc() == std::char_traits<char>::eof();
+    const bool isEnd = in->rdbuf()->sgetc() == std::char_traits<char>::eof();
     Io::PipeStreams::setIdleMemory(*pipe, nullptr, 0);
     return !isEnd;
 }
@@ -166,7 +159,7 @@ bool RequestWorker::awaitBytes() const {
 /// @return whether the connection goes on.
 bool RequestWorker::serveRequest(Xml::Utf8String& scratch) {
     pipe->setReadTimeout(server->getIntegerOption(CvtpServer::IDLE_TIMEOUT));
-    CvtpServerRequest request(server, &input(), &scratch, reader);
+    CvtpServerRequest request(server, in, &scratch, reader);
     return awaitRequest(request) && processRequest(request, scratch);
 }
 
@@ -258,7 +251,7 @@ bool RequestWorker::processPost(CvtpServerRequest& request, Xml::Utf8String& scr
         logDebug("Begin processing of POST request (" + fullName + ").");
     }
     installOutputBuffer();
-    CvtpServerResponse response(server, &output(), &scratch, writer);
+    CvtpServerResponse response(server, out, &scratch, writer);
     ++server->postRequests;
     server->getHandler()->doPost(request, response);
     if (isDebug()) {

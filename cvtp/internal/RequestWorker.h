@@ -64,8 +64,6 @@ class RequestWorker : public Poco::Runnable {
     };
 
     void serve();
-    std::istream& input() const;
-    std::ostream& output() const;
     void installInputBuffer();
     void installOutputBuffer();
     bool awaitBytes() const;
@@ -95,12 +93,14 @@ class RequestWorker : public Poco::Runnable {
     std::size_t bufferRoom = 0;
     /// That of the input, and behind it that of the output.
     std::unique_ptr<char, FreePages> buffers;
-    bool hasOutputBuffer = false;
     /// Where the current request is read and its response written: not on the stack, of which an idle connection
     /// would keep a page more for it.
     std::optional<CvtpMessageInImpl> reader;
     std::optional<CvtpMessageOutImpl> writer;
     std::atomic<bool> started{false};
+    /// The pipe's streams; that of the output is null until its buffer is installed.
+    std::istream* in = nullptr;
+    std::ostream* out = nullptr;
     /// Closing twice would be told to operators as a failure.
     std::atomic<bool> pipeClosed{false};
 };
