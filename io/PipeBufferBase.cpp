@@ -77,11 +77,8 @@ void PipeBufferBase<CharT, Traits>::adoptOneChar(const PipeBufferBase& other) {
 }
 
 template <class CharT, class Traits>
-PipeBufferBase<CharT, Traits>* PipeBufferBase<CharT, Traits>::from(std::basic_streambuf<CharT, Traits>* buffer) {
-    // Comparing types costs a fraction of a dynamic_cast, and each message asks. A class that derives from this one
-    // is taken for any other buffer.
-    return buffer != nullptr && typeid(*buffer) == typeid(PipeBufferBase) ? static_cast<PipeBufferBase*>(buffer)
-                                                                          : nullptr;
+bool PipeBufferBase<CharT, Traits>::isPipeBuffer(const std::type_info& type) {
+    return type == typeid(PipeBufferBase);
 }
 
 template <class CharT, class Traits>

@@ -2,9 +2,10 @@
 
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <string_view>
+
+#include "support/ShortCopy.h"
 
 namespace Corvane {
 
@@ -18,7 +19,7 @@ class SmallText {
 
     void assign(std::string_view text) {
         if (text.size() <= SIZE) {
-            std::memcpy(few.data(), text.data(), text.size());
+            putShort(few.data(), text);
         } else {
             many = text;
         }

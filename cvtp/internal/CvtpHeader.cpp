@@ -52,13 +52,16 @@ std::vector<std::string> CvtpHeader::getValues() const {
 }
 
 std::string_view CvtpHeader::firstValueIn(std::string_view text) {
-    std::string_view first;
-    while (first.empty() && !text.empty()) {
-        const std::string_view::size_type end = std::min(text.find(','), text.size());
-        first = trimmed(text.substr(0, end), HEADER_BLANKS);
-        text.remove_prefix(std::min(end + 1, text.size()));
+    std::string_view::size_type end = text.find(',');
+    while (end != std::string_view::npos) {
+        const std::string_view first = trimmed(text.substr(0, end), HEADER_BLANKS);
+        if (!first.empty()) {
+            return first;
+        }
+        text.remove_prefix(end + 1);
+        end = text.find(',');
     }
-    return first;
+    return trimmed(text, HEADER_BLANKS);
 }
 
 }  // namespace Cvtp

@@ -39,10 +39,12 @@ std::streamsize roomOf(const std::ostream& out) {
 /// The bytes that were copied last are in the processor's cache when the body is sent, which begins with the first:
 /// so the first are copied last. A body that does not fit into the cache is sent a tenth faster by it.
 void copyFromTheEnd(char* target, const char* source, std::size_t length) {
-    while (length > 0) {
-        const std::size_t size = std::min(length, COPIED_AT_ONCE);
-        length -= size;
-        std::memcpy(target + length, source + length, size);
+    while (length > COPIED_AT_ONCE) {
+        length -= COPIED_AT_ONCE;
+        std::memcpy(target + length, source + length, COPIED_AT_ONCE);
+    }
+    if (length > 0) {
+        std::memcpy(target, source, length);
     }
 }
 

@@ -20,18 +20,16 @@ void skipWhiteSpace(std::string_view& text) {
     }
 }
 
-/// The value of a digit; 16 for any other character.
+/// The value of a digit of the base 10 or 16; the base or more for any other character.
+template <unsigned BASE>
 unsigned digitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<unsigned>(c - '0');
+    // What comes before the first digit becomes a large number.
+    const unsigned decimal = static_cast<unsigned char>(c) - static_cast<unsigned>('0');
+    if (BASE <= 10 || decimal < 10) {
+        return decimal;
     }
-    if (c >= 'a' && c <= 'f') {
-        return static_cast<unsigned>(c - 'a') + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A') + 10;
-    }
-    return 16;
+    const unsigned letter = static_cast<unsigned char>(c | 0x20) - static_cast<unsigned>('a');
+    return letter < 6 ? letter + 10 : BASE;
 }
 
 /// The base is known to the compiler, which spares a division for each digit.
@@ -39,7 +37,7 @@ template <unsigned BASE>
 std::uint64_t parseDigits(std::string_view text) {
     std::uint64_t value = 0;
     for (const char c : text) {
-        const unsigned digit = digitValue(c);
+        const unsigned digit = digitValue<BASE>(c);
         if (digit >= BASE) {
             break;
         }

@@ -35,15 +35,15 @@ void HeadersToSend::setProgram(const std::string& name, std::string_view value) 
 }
 
 void HeadersToSend::addLength(std::size_t length) {
-    const bool isKeptApart = !sorted && lengthSize == 0;
-    if (!isKeptApart) {
+    const bool isFirst = lengthSize == 0;
+    if (!isFirst) {
         // Before the digits of the first one are overwritten.
         sort();
     }
     const char* const end =
         std::to_chars(lengthDigits.data(), lengthDigits.data() + lengthDigits.size(), length).ptr;
     lengthSize = static_cast<std::size_t>(end - lengthDigits.data());
-    if (!isKeptApart) {
+    if (sorted) {
         sorted->add(lengthName(), lengthText());
     }
 }

@@ -84,8 +84,9 @@ class StreamUtil {
 };
 
 inline std::optional<StreamUtil::LineAhead> StreamUtil::lookAhead(const PipeBuffer& pipe, std::size_t offset) {
-    const std::string_view ahead = pipe.ahead().substr(offset, MOST_AHEAD);
-    const std::size_t end = ahead.find('\n');
+    std::string_view ahead = pipe.ahead();
+    ahead.remove_prefix(offset);
+    const std::size_t end = ahead.substr(0, MOST_AHEAD).find('\n');
     if (end == std::string_view::npos) {
         return std::nullopt;
     }

@@ -24,6 +24,26 @@ TEST(ContentLength, IsTheDecimalPrefix) {
               12);
 }
 
+TEST(ContentLength, HasDigitsOfItsBaseAndNoOtherCharacters) {
+    const std::string digits = "0123456789";
+    for (int c = 0; c < 256; ++c) {
+        const std::string text = {'1', static_cast<char>(c), '1'};
+        const auto digit = digits.find(text[1]);
+        const std::int64_t expected = digit == std::string::npos ? 1 : 101 + 10 * static_cast<std::int64_t>(digit);
+        EXPECT_EQ(parseContentLength(text), expected) << c;
+    }
+}
+
+TEST(ChunkSize, HasDigitsOfItsBaseAndNoOtherCharacters) {
+    const std::string digits = "0123456789abcdef0123456789ABCDEF";
+    for (int c = 0; c < 256; ++c) {
+        const std::string text = {'1', static_cast<char>(c), '1'};
+        const auto digit = digits.find(text[1]);
+        const std::uint64_t expected = digit == std::string::npos ? 1 : 0x101 + 16 * (digit % 16);
+        EXPECT_EQ(parseChunkSize(text), expected) << c;
+    }
+}
+
 TEST(ContentLength, OfGarbageIsZero) {
     for (const char* text : {"", " ", "x", "x12", "+", "-", "+-12", "- 12", ".5", "0x12"}) {
         EXPECT_EQ(parseContentLength(text), 0) << text;

@@ -224,10 +224,7 @@ TEST_F(CvPipeTest, AWriteThatWaitsBreaksWhenTheOtherEndCloses) {
 
 TEST_F(CvPipeTest, ALargeWriteArrivesWhole) {
     Connection connection;
-    std::string text;
-    for (int i = 0; text.size() < 3000000; ++i) {
-        text += std::to_string(i) + ",";
-    }
+    const std::string text = numbered(3000000);
     auto written = std::async(std::launch::async, [&] { writeText(connection.client, text); });
     std::string received;
     while (received.size() < text.size()) {

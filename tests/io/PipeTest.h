@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -77,6 +78,16 @@ class PipeTest : public ::testing::Test {
     TemporaryFolder folder;
     PipeNames names;
 };
+
+/// A text of which no two pieces are the same.
+inline std::string numbered(std::size_t size) {
+    std::string text;
+    for (int i = 0; text.size() < size; ++i) {
+        text += std::to_string(i) + ",";
+    }
+    text.resize(size);
+    return text;
+}
 
 /// A server, a client and the server's end of their connection.
 struct Connection {

@@ -2,10 +2,28 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace Corvane {
 namespace {
+
+TEST(CharacterSet, FindsItsCharactersAtEachPlaceOfEachText) {
+    const StringUtils::CharacterSet set("x\xFF");
+    for (std::size_t size = 0; size < 14; ++size) {
+        EXPECT_FALSE(set.isAnyIn(std::string(size, '-'))) << size;
+        for (std::size_t i = 0; i < size; ++i) {
+            for (const char c : {'x', '\xFF'}) {
+                std::string text(size, '-');
+                text[i] = c;
+                EXPECT_TRUE(set.isAnyIn(text)) << size << ", " << i;
+                EXPECT_FALSE(set.isAnyIn(std::string_view(text).substr(0, i))) << size << ", " << i;
+                EXPECT_FALSE(set.isAnyIn(std::string_view(text).substr(i + 1))) << size << ", " << i;
+            }
+        }
+    }
+}
 
 TEST(StringUtils, TrimRemovesEachKindOfWhiteSpaceFromBothEnds) {
     EXPECT_EQ(StringUtils::trim(" \t\r\n\v\fabc\f\v\n\r\t "), "abc");

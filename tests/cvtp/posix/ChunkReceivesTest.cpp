@@ -19,16 +19,6 @@ const std::size_t CHUNK = 40960;
 /// What a buffer holds of a chunk behind its size line.
 const std::size_t FIRST = 4096 - 6;
 
-/// No two pieces of it are the same.
-std::string numbered(std::size_t size) {
-    std::string text;
-    for (int i = 0; text.size() < size; ++i) {
-        text += std::to_string(i) + ",";
-    }
-    text.resize(size);
-    return text;
-}
-
 class ChunkReceivesTest : public FaultTest {
  protected:
     ChunkReceivesTest() { connection.client.getInputStream()->rdbuf()->pubsetbuf(memory, sizeof memory); }

@@ -20,16 +20,6 @@ namespace {
 using namespace Io;
 using ::testing::ElementsAre;
 
-/// No two pieces of it are the same.
-std::string numbered(std::size_t size) {
-    std::string text;
-    for (int i = 0; text.size() < size; ++i) {
-        text += std::to_string(i) + ",";
-    }
-    text.resize(size);
-    return text;
-}
-
 class StraightTransferTest : public FaultTest {
  protected:
     StraightTransferTest() {
