@@ -24,7 +24,7 @@ NOTES = {
     "has no one-way messages: with Boost.Beast these are messages of a WebSocket.",
     "W6": "The raw socket's server answers in the thread that accepts, which can serve one client at a time.",
     "W7": "Each connection has had one request. Memory is what of the server is resident; what the kernel needs is not "
-    "in it.",
+    "in it. No process is bound to a core.",
 }
 
 

@@ -42,7 +42,9 @@ def pin_to(core):
 def await_ready(server, errors):
     """Waits for the line that a server writes once clients may connect."""
     readable, _, _ = select.select([server.stdout], [], [], READY_SECONDS)
-    if not readable or server.stdout.readline().strip() != "ready":
+    if not readable:
+        raise Stuck(f"the server was not ready within {READY_SECONDS} s")
+    if server.stdout.readline().strip() != "ready":
         raise Failed("the server did not start: " + last_line(errors))
 
 

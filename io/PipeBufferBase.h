@@ -7,7 +7,6 @@
 #include <streambuf>
 #include <string>
 #include <string_view>
-#include <typeinfo>
 
 #include "support/Export.h"
 
@@ -44,17 +43,7 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     ~PipeBufferBase() override;
 
     /// The same buffer as what it is; null when it is not a pipe's.
-    static PipeBufferBase* from(std::basic_streambuf<CharT, Traits>* buffer) {
-        if (buffer == nullptr) {
-            return nullptr;
-        }
-        // Comparing types costs a fraction of a dynamic_cast, and each message asks. One type has one description,
-        // as long as all of it comes from one library. A class that derives from this one is taken for any other
-        // buffer.
-        const std::type_info& type = typeid(*buffer);
-        return &type == &typeid(PipeBufferBase) || isPipeBuffer(type) ? static_cast<PipeBufferBase*>(buffer)
-                                                                      : nullptr;
-    }
+    static PipeBufferBase* from(std::basic_streambuf<CharT, Traits>* buffer);
 
     /// What was read ahead. Valid until the next call that reads.
     Block ahead() const { return {this->gptr(), static_cast<std::size_t>(this->egptr() - this->gptr())}; }
@@ -116,7 +105,6 @@ class PipeBufferBase : public std::basic_streambuf<CharT, Traits> {
     /// A pipe that is opened again must not go on with the bytes of the connection before.
     friend class CvPipe;
 
-    static bool isPipeBuffer(const std::type_info& type);
     void requireInput() const;
     void requireOutput() const;
     void writePutArea();

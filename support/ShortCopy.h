@@ -9,7 +9,7 @@ namespace Corvane {
 /// Copies a text that is mostly short, up to 32 bytes. A call would cost more than the copy, one of this function
 /// too.
 ///
-/// @return the place behind the copy.
+/// @param text must not reach into the place. @return the place behind the copy.
 [[gnu::always_inline]] inline char* putShort(char* place, std::string_view text) {
     const char* const from = text.data();
     const std::size_t size = text.size();

@@ -30,7 +30,7 @@ class CharacterSet {
         // Four at a time: texts are short, and most of the time of one by one would be the jumps.
         for (; left >= 4; left -= 4, c += 4) {
             // Not ||, which would jump.
-            if (contains(c[0]) | contains(c[1]) | contains(c[2]) | contains(c[3])) {
+            if ((bit(c[0]) | bit(c[1]) | bit(c[2]) | bit(c[3])) != 0) {
                 return true;
             }
         }
@@ -43,6 +43,8 @@ class CharacterSet {
     }
 
  private:
+    constexpr unsigned bit(char c) const { return contains(c) ? 1U : 0U; }
+
     std::array<bool, 256> members{};
 };
 

@@ -58,13 +58,14 @@ class AtHand : private std::streambuf {
 
 }  // namespace
 
-const AbstractCvtpRequestImpl::Mode AbstractCvtpRequestImpl::ONE_WAY{"w", false};
-const AbstractCvtpRequestImpl::Mode AbstractCvtpRequestImpl::TWO_WAY{"rw", true};
-
-AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, const std::string& resource,
-                                                 const Mode& mode, CvtpClient* client, const std::string& pipeName)
-    : client(client), pipeName(pipeName), resource(resource), mode(mode), message(this, TAG_SEND, &encoder) {
-    this->method.assign(method);
+AbstractCvtpRequestImpl::AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, Mode mode,
+                                                 CvtpClient* client, const std::string& pipeName)
+    : client(client),
+      pipeName(pipeName),
+      method(method),
+      resource(resource),
+      mode(mode),
+      message(this, TAG_SEND, &encoder) {
     message.setProgram(HEADER_USER_AGENT, client->getStringOption(CvtpClient::USER_AGENT));
 }
 
@@ -80,13 +81,12 @@ AbstractCvtpRequestImpl::~AbstractCvtpRequestImpl() {
 }
 
 std::string AbstractCvtpRequestImpl::getStartLine() {
-    return StringUtils::joined(
-        {method.view(), " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
+    return StringUtils::joined({method, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()});
 }
 
 void AbstractCvtpRequestImpl::writeHeadAndBody(std::ostream& out, int bufferSize) {
     std::string memory;
-    const std::string_view oneLine = StringUtils::onOneLine(method.view(), memory);
+    const std::string_view oneLine = StringUtils::onOneLine(method, memory);
     message.writeHeadAndBody(out, {oneLine, " ", encoder.encode(resource), " ", CvtpMessageOutImpl::versionText()},
                              bufferSize);
 }
@@ -112,7 +112,7 @@ bool AbstractCvtpRequestImpl::isCommitted() const {
 }
 
 std::string AbstractCvtpRequestImpl::getMethod() const {
-    return std::string(method.view());
+    return method;
 }
 
 void AbstractCvtpRequestImpl::setResource(const std::string& newResource) {
@@ -171,8 +171,11 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
         logAndThrow<CvPipeException>("The connection manager has no pipe for " + pipeName + ".");
     }
     std::ostream* const out = Io::PipeStreams::outputOf(*pipe);
+    requireIntact(*out);
     std::istream* const in = mode.isAnswered ? Io::PipeStreams::inputOf(*pipe) : nullptr;
-    requireIntactStreams(*out, in);
+    if (in != nullptr) {
+        requireIntact(*in);
+    }
     const int bufferSize = client->getIntegerOption(CvtpClient::BUFFER_SIZE);
     if (bodyStream != nullptr) {
         bodyOut = std::make_unique<CvtpOStream>(bufferSize, true, *out);
@@ -185,11 +188,10 @@ std::unique_ptr<CvtpResponse> AbstractCvtpRequestImpl::sendOnce() {
     return in != nullptr ? std::make_unique<Answer>(client, in) : nullptr;
 }
 
-/// @param in null when no answer is expected.
-void AbstractCvtpRequestImpl::requireIntactStreams(const std::ostream& out, const std::istream* in) {
+void AbstractCvtpRequestImpl::requireIntact(const std::ios& stream) {
     // The pool does not look at the pipes that it is given back. A stream that failed stopped in the middle of a
     // message, and whatever came behind that would be read as its rest.
-    if (hasFailed(out) || (in != nullptr && hasFailed(*in))) {
+    if (hasFailed(stream)) {
         if (pipe == refusedPipe) {
             logAndThrow<CvPipeException>("The connection manager gave a failed pipe for " + pipeName + " again.");
         }
@@ -237,7 +239,7 @@ void AbstractCvtpRequestImpl::copyBodyStream() {
         }
         if (bodyStream->fail() && !bodyStream->eof()) {
             removePipe();
-            logAndThrow<CvPipeException>("The body stream of the " + getMethod() +
+            logAndThrow<CvPipeException>("The body stream of the " + method +
                                          " request failed before its end was reached. The pipe was closed.");
         }
     }

@@ -7,7 +7,6 @@
 
 #include "cvtp/AbstractCvtpRequest.h"
 #include "cvtp/internal/CvtpMessageOutImpl.h"
-#include "support/SmallText.h"
 #include "support/Utf8String.h"
 
 namespace Corvane {
@@ -34,15 +33,15 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     /// What a request does with its pipe.
     struct Mode {
         /// The access letters asked of the manager.
-        std::string letters;
+        const char* letters;
         /// Whether they allow an answer.
         bool isAnswered;
     };
-    static const Mode ONE_WAY;
-    static const Mode TWO_WAY;
+    static constexpr Mode ONE_WAY{"w", false};
+    static constexpr Mode TWO_WAY{"rw", true};
 
     /// @param mode one of the above. @param client not owned.
-    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, const Mode& mode,
+    AbstractCvtpRequestImpl(const std::string& method, const std::string& resource, Mode mode,
                             Corvane::Cvtp::CvtpClient* client, const std::string& pipeName);
     /// Gives the pipe back to the manager.
     ~AbstractCvtpRequestImpl() override;
@@ -68,7 +67,7 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     void requireOneBody() const;
     std::unique_ptr<Corvane::Cvtp::CvtpResponse> sendOnce();
     /// @throws Io::BrokenPipeException a request before this one failed on the pipe.
-    void requireIntactStreams(const std::ostream& out, const std::istream* in);
+    void requireIntact(const std::ios& stream);
     void writeHeadAndBody(std::ostream& out, int bufferSize);
     void copyBodyStream();
     /// Returns when the request may be sent again; else throws.
@@ -81,9 +80,9 @@ class AbstractCvtpRequestImpl : public Corvane::Cvtp::AbstractCvtpRequest {
     Io::CvPipe* pipe = nullptr;
     Corvane::Cvtp::CvtpClient* client;
     std::string pipeName;
-    SmallText<16> method;
+    std::string method;
     std::string resource;
-    const Mode& mode;
+    Mode mode;
     std::unique_ptr<CvtpOStream> bodyOut;
     std::istream* bodyStream = nullptr;
     Xml::Utf8String encoder;

@@ -25,11 +25,12 @@ template <unsigned BASE>
 unsigned digitValue(char c) {
     // What comes before the first digit becomes a large number.
     const unsigned decimal = static_cast<unsigned char>(c) - static_cast<unsigned>('0');
-    if (BASE <= 10 || decimal < 10) {
+    if constexpr (BASE <= 10) {
         return decimal;
+    } else {
+        const unsigned letter = static_cast<unsigned char>(c | 0x20) - static_cast<unsigned>('a');
+        return decimal < 10 ? decimal : letter < 6 ? letter + 10 : BASE;
     }
-    const unsigned letter = static_cast<unsigned char>(c | 0x20) - static_cast<unsigned>('a');
-    return letter < 6 ? letter + 10 : BASE;
 }
 
 /// The base is known to the compiler, which spares a division for each digit.

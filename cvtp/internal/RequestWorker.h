@@ -98,7 +98,7 @@ class RequestWorker : public Poco::Runnable {
     std::optional<CvtpMessageInImpl> reader;
     std::optional<CvtpMessageOutImpl> writer;
     std::atomic<bool> started{false};
-    /// The pipe's streams; that of the output is null until its buffer is installed.
+    /// The pipe's streams; that of the output is null until it is needed.
     std::istream* in = nullptr;
     std::ostream* out = nullptr;
     /// Closing twice would be told to operators as a failure.

@@ -51,7 +51,7 @@ class StreamUtil {
     /// The buffer of a pipe below a stream that is good; else null.
     static PipeBuffer* pipeBufferOf(const std::istream& in);
     /// The line that begins `offset` bytes ahead, where it lies in the buffer, if it is there as a whole. Stays
-    /// until something is read from the pipe.
+    /// until something is read from the pipe. So many bytes are there at least.
     static std::optional<LineAhead> lookAhead(const PipeBuffer& pipe, std::size_t offset = 0);
 
     /// A block of the C allocator with these bytes and a NUL, which the caller gives back with free().

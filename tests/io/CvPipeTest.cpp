@@ -24,7 +24,7 @@ const std::string CANCEL_LINE = "INFO: CvPipe_closePipe CancelIoEx failed. Error
 
 /// Waits for the beginning of what the other end writes: a close before that would meet no write at all.
 void waitUntilWritten(CvPipe& pipe) {
-    EXPECT_EQ(readSome(pipe, 0, 1), "x");
+    EXPECT_EQ(readSome(pipe, 60000, 1), "x");
 }
 
 TEST_F(CvPipeTest, IsBoundOnceAndInOneDirectionAtLeast) {

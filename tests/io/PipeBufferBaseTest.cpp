@@ -6,6 +6,7 @@
 #include <istream>
 #include <memory>
 #include <ostream>
+#include <sstream>
 #include <string>
 
 #include "tests/io/PipeTest.h"
@@ -45,6 +46,17 @@ class PipeBufferBaseTest : public PipeTest {
     OpenBuffer out{&connection.client, std::ios_base::out};
     std::array<char, 4096> memory{};
 };
+
+TEST_F(PipeBufferBaseTest, IsFoundBelowAStreamUnlessItIsDerived) {
+    PipeBufferBase<char> own(&connection.client, std::ios_base::in);
+    std::stringbuf foreign;
+    EXPECT_EQ(PipeBufferBase<char>::from(&own), &own);
+    EXPECT_EQ(PipeBufferBase<char>::from(connection.client.getInputStream()->rdbuf()),
+              connection.client.getInputStream()->rdbuf());
+    EXPECT_EQ(PipeBufferBase<char>::from(&foreign), nullptr);
+    EXPECT_EQ(PipeBufferBase<char>::from(&in), nullptr);
+    EXPECT_EQ(PipeBufferBase<char>::from(nullptr), nullptr);
+}
 
 TEST_F(PipeBufferBaseTest, TakesOneOfTwoModes) {
     const std::string MESSAGE = "Mode must be either ios_base::in or ios_base::out";

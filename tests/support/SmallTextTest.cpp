@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 
 namespace Corvane {
@@ -22,6 +23,15 @@ TEST(SmallText, HoldsTheLastTextOfAnySize) {
     }
     text.assign(std::string("a\0b", 3));
     EXPECT_EQ(text.view(), std::string("a\0b", 3));
+}
+
+TEST(SmallText, HoldsTextsOfEachSizeAroundItsOwn) {
+    SmallText<48> text;
+    const std::string letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    for (std::size_t size = 0; size <= letters.size(); ++size) {
+        text.assign(letters.substr(0, size));
+        EXPECT_EQ(text.view(), letters.substr(0, size));
+    }
 }
 
 }  // namespace

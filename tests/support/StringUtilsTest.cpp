@@ -25,6 +25,14 @@ TEST(CharacterSet, FindsItsCharactersAtEachPlaceOfEachText) {
     }
 }
 
+TEST(CharacterSet, FindsNulAmongOthers) {
+    for (const char end : {'\r', '\n', '\0'}) {
+        EXPECT_TRUE(StringUtils::LINE_ENDS.isAnyIn(std::string("abcd") + end));
+        EXPECT_TRUE(StringUtils::LINE_ENDS.isAnyIn(std::string("ab") + end + "c"));
+    }
+    EXPECT_FALSE(StringUtils::LINE_ENDS.isAnyIn("abcdef"));
+}
+
 TEST(StringUtils, TrimRemovesEachKindOfWhiteSpaceFromBothEnds) {
     EXPECT_EQ(StringUtils::trim(" \t\r\n\v\fabc\f\v\n\r\t "), "abc");
 }
