@@ -78,15 +78,10 @@ void PipeBufferBase<CharT, Traits>::adoptOneChar(const PipeBufferBase& other) {
 
 template <class CharT, class Traits>
 PipeBufferBase<CharT, Traits>* PipeBufferBase<CharT, Traits>::from(std::basic_streambuf<CharT, Traits>* buffer) {
-    if (buffer == nullptr) {
-        return nullptr;
-    }
-    // Comparing types costs a fraction of a dynamic_cast, and each message asks. Where the same type has two
-    // descriptions, in two libraries, only the second comparison tells. A class that derives from this one is taken
-    // for any other buffer.
-    const std::type_info& type = typeid(*buffer);
-    return &type == &typeid(PipeBufferBase) || type == typeid(PipeBufferBase) ? static_cast<PipeBufferBase*>(buffer)
-                                                                              : nullptr;
+    // Comparing types costs a fraction of a dynamic_cast, and each message asks. A class that derives from this one
+    // is taken for any other buffer.
+    return buffer != nullptr && typeid(*buffer) == typeid(PipeBufferBase) ? static_cast<PipeBufferBase*>(buffer)
+                                                                          : nullptr;
 }
 
 template <class CharT, class Traits>

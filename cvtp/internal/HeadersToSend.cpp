@@ -35,8 +35,7 @@ void HeadersToSend::setProgram(const std::string& name, std::string_view value) 
 }
 
 void HeadersToSend::addLength(std::size_t length) {
-    const bool isFirst = lengthSize == 0;
-    if (!isFirst) {
+    if (lengthSize > 0) {
         // Before the digits of the first one are overwritten.
         sort();
     }

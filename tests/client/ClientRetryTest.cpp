@@ -180,6 +180,18 @@ TEST_F(ClientRetryTest, AManagerThatGivesAFailedPipeAgainEndsTheRequest) {
     EXPECT_EQ(manager.calls, (Lines{"get orders w", "remove", "get orders w", "return"}));
 }
 
+TEST_F(ClientRetryTest, AFailedPipeIsRefusedBeforeItsOtherDirectionIsAskedFor) {
+    ScriptedServer server("orders", {answer});
+    CvPipe pipe("orders", false, true);
+    pipe.getOutputStream()->exceptions(std::ios_base::goodbit);
+    pipe.getOutputStream()->setstate(std::ios_base::badbit);
+    FakeManager manager(&pipe);
+    CvtpClient client(&manager);
+    EXPECT_EQ(messageOf<CvPipeException>([&] { post(client, "orders", "x"); }),
+              "The connection manager gave a failed pipe for orders again.");
+    EXPECT_EQ(manager.calls, (Lines{"get orders rw", "remove", "get orders rw", "return"}));
+}
+
 TEST_F(ClientRetryTest, ABodyStreamThatBreaksAfterTheCommitAbortsTheRequest) {
     ScriptedServer server("orders", {readHead, answer});
     CvtpClient client;
