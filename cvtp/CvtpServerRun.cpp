@@ -18,6 +18,7 @@
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
 #include "io/ServerCvPipe.h"
+#include "support/StringUtils.h"
 
 namespace Corvane {
 namespace Cvtp {
@@ -154,7 +155,7 @@ void CvtpServer::assignToWorkerThread(std::unique_ptr<Io::CvPipe> pipe) {
         logDebug("ServerCvPipe " + pipeName + " has accepted a CvPipe connection.");
     }
     const std::string name = "Worker-" + std::to_string(++workersUsed);
-    const std::string label = pipeName + "/" + name;
+    const std::string label = StringUtils::joined({pipeName, "/", name});
     auto worker = std::make_unique<RequestWorker>(std::move(pipe), this, name);
     freeFinishedWorkers();
     ThreadWait wait;

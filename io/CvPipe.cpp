@@ -37,8 +37,8 @@ class CvPipe::Call {
 };
 
 CvPipe::CvPipe()
-    : inputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::in)),
-      outputBuffer(std::make_unique<PipeBufferBase<char>>(this, std::ios_base::out)),
+    : inputBuffer(this, std::ios_base::in),
+      outputBuffer(this, std::ios_base::out),
       connectTimeout(DEFAULT_CONNECT_TIMEOUT_MS),
       readTimeout(0) {}
 
@@ -86,8 +86,8 @@ void CvPipe::connect() {
 /// What was read ahead or not written yet belongs to a connection that is gone, and so does the state of the
 /// streams.
 void CvPipe::forgetFormerConnection() {
-    inputBuffer->discard();
-    outputBuffer->discard();
+    inputBuffer.discard();
+    outputBuffer.discard();
     if (inputStream != nullptr) {
         inputStream->clear();
     }
@@ -132,11 +132,10 @@ void CvPipe::closePipe() {
     {
         const std::lock_guard<std::mutex> lock(handleLock);
         const std::uint32_t before = calls.fetch_or(CLOSED);
-        if ((before & CLOSED) == 0) {
+        if (before == 0) {
+            channel.swap(handle);
+        } else if ((before & CLOSED) == 0) {
             channel = handle;
-        }
-        if (before < ONE_CALL) {
-            handle.reset();
         }
     }
     Platform::closeChannel(channel);
@@ -186,7 +185,7 @@ std::istream* PipeStreams::inputOf(CvPipe& pipe) {
         throw IllegalStateException("Pipe is not bound with read access.");
     }
     if (pipe.inputStream == nullptr) {
-        pipe.inputStream = takeInput(pipe.inputBuffer.get());
+        pipe.inputStream = takeInput(&pipe.inputBuffer);
     }
     return pipe.inputStream;
 }
@@ -196,7 +195,7 @@ std::ostream* PipeStreams::outputOf(CvPipe& pipe) {
         throw IllegalStateException("Pipe is not bound with write access.");
     }
     if (pipe.outputStream == nullptr) {
-        pipe.outputStream = takeOutput(pipe.outputBuffer.get());
+        pipe.outputStream = takeOutput(&pipe.outputBuffer);
     }
     return pipe.outputStream;
 }

@@ -160,8 +160,8 @@ class CVTP_EXPORT CvPipe {
     /// See PipeStreams::setIdleMemory().
     char* idleMemory = nullptr;
     std::size_t idleLength = 0;
-    std::unique_ptr<PipeBufferBase<char>> inputBuffer;
-    std::unique_ptr<PipeBufferBase<char>> outputBuffer;
+    PipeBufferBase<char> inputBuffer;
+    PipeBufferBase<char> outputBuffer;
     std::int32_t connectTimeout;
     std::int32_t readTimeout;
     /// See unread(): what stands there from begin to end is to be read again; what stands before was, already.

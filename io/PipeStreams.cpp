@@ -20,8 +20,6 @@ class Shelf {
         if (stream == nullptr) {
             stream = std::make_unique<Stream>(nullptr);
         }
-        // Clears the state, which may throw while an exception mask is set.
-        stream->exceptions(std::ios_base::goodbit);
         stream->rdbuf(buffer);
         stream->exceptions(std::ios_base::badbit);
         return stream.release();
@@ -29,6 +27,7 @@ class Shelf {
 
     void keep(Stream* stream, bool wasLent) {
         std::unique_ptr<Stream> kept(stream);
+        // Without a buffer it is in a bad state, which would be thrown.
         kept->exceptions(std::ios_base::goodbit);
         if (wasLent) {
             // Whatever an application has set: format, locale, tied stream.

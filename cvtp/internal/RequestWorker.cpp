@@ -16,6 +16,7 @@
 #include "io/CvPipe.h"
 #include "io/Exceptions.h"
 #include "io/PipeStreams.h"
+#include "support/StringUtils.h"
 #include "support/Utf8String.h"
 
 namespace Corvane {
@@ -45,7 +46,7 @@ RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* serve
     : server(server),
       pipe(std::move(pipe)),
       name(name),
-      fullName(server->getStringOption(CvtpServer::SERVER_NAME) + "/" + name) {}
+      fullName(StringUtils::joined({server->getStringOption(CvtpServer::SERVER_NAME), "/", name})) {}
 
 RequestWorker::~RequestWorker() {
     if (isDebug()) {

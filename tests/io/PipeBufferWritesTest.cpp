@@ -70,7 +70,11 @@ bool isBroken = false;
 
 namespace Io {
 
-CvPipe::CvPipe() : connectTimeout(0), readTimeout(0) {}
+CvPipe::CvPipe()
+    : inputBuffer(this, std::ios_base::in),
+      outputBuffer(this, std::ios_base::out),
+      connectTimeout(0),
+      readTimeout(0) {}
 
 CvPipe::~CvPipe() = default;
 

@@ -34,7 +34,7 @@ int refuseName(std::string_view name) {
 
 int refuseLength(const std::string& directory) {
     if (isError()) {
-        logError("Pipe folder " + directory + " refused: its path is too long for a socket.");
+        logError("Pipe folder " + directory + "/ refused: its path is too long for a socket.");
     }
     return ENAMETOOLONG;
 }
@@ -49,13 +49,6 @@ int findDirectory(PipeSearch search, std::string& directory) {
     return findPipeDirectory(SYSTEM_PIPE_DIRECTORY, search == PipeSearch::TO_CREATE, directory);
 }
 
-/// A path in one piece, which takes one block of memory.
-std::string join(const std::string& directory, const char* before, const std::string& file, const char* after) {
-    std::string whole;
-    whole.reserve(directory.size() + std::strlen(before) + file.size() + std::strlen(after));
-    return whole.append(directory).append(before).append(file).append(after);
-}
-
 }  // namespace
 
 int findPipe(const std::string& path, PipeSearch search, PipeAddress& address) {
@@ -68,16 +61,17 @@ int findPipe(const std::string& path, PipeSearch search, PipeAddress& address) {
     if (code != 0) {
         return code;
     }
-    directory += '/';
-    const std::size_t used = directory.size();
+    const std::size_t used = directory.size() + 1;
     const std::size_t room = used < SocketCalls::MAX_SOCKET_PATH ? SocketCalls::MAX_SOCKET_PATH - used : 0;
     const std::string file = pipeFileName(name, room);
     if (file.empty()) {
         return refuseLength(directory);
     }
-    address.socketFile = directory + file;
-    address.lockFile = join(directory, ".", file, ".lock");
-    address.directionFile = join(directory, ".", file, ".direction");
+    address.socketFile = StringUtils::joined({directory, "/", file});
+    address.directionFile = StringUtils::joined({directory, "/.", file, ".direction"});
+    if (search == PipeSearch::TO_CREATE) {
+        address.lockFile = StringUtils::joined({directory, "/.", file, ".lock"});
+    }
     return 0;
 }
 

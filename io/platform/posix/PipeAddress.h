@@ -10,7 +10,7 @@ namespace Platform {
 struct PipeAddress {
     /// The socket that clients connect to.
     std::string socketFile;
-    /// Whoever has it locked owns the name.
+    /// Whoever has it locked owns the name. Only a server's search names it; a client's leaves it empty.
     std::string lockFile;
     /// A link whose text says what a server of one direction can do, "readable" or "writable"; there is none for a
     /// server of both. It is there before the socket is.
