@@ -40,13 +40,20 @@ const std::streamsize READ_OVER_PIECE = 64 * 1024;
 /// larger they stay. Bytes.
 const std::size_t PAGE_SIZE = 4096;
 
+std::size_t inWholePages(std::size_t size) {
+    return (size + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
+}
+
 }  // namespace
 
 RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* server, const std::string& name)
     : server(server),
       pipe(std::move(pipe)),
       name(name),
-      fullName(StringUtils::joined({server->getStringOption(CvtpServer::SERVER_NAME), "/", name})) {}
+      fullName(StringUtils::joined({server->getStringOption(CvtpServer::SERVER_NAME), "/", name})),
+      bufferSize(static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1))),
+      bufferRoom(inWholePages(bufferSize)),
+      buffers(static_cast<char*>(::operator new(2 * bufferRoom, std::align_val_t(PAGE_SIZE), std::nothrow))) {}
 
 RequestWorker::~RequestWorker() {
     if (isDebug()) {
@@ -107,6 +114,9 @@ void RequestWorker::dropUnlessStarted() {
 
 void RequestWorker::serve() {
     try {
+        if (buffers == nullptr) {
+            throw std::bad_alloc();
+        }
         installInputBuffer();
         // One for all messages of the connection, so that its memory is allocated once.
         Xml::Utf8String scratch;
@@ -126,10 +136,6 @@ void RequestWorker::serve() {
 }
 
 void RequestWorker::installInputBuffer() {
-    bufferSize = static_cast<std::size_t>(std::max(server->getIntegerOption(CvtpServer::BUFFER_SIZE), 1));
-    bufferRoom = (bufferSize + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
-    // What lies around it can be used for something else, unlike the rest of a larger block.
-    buffers.reset(static_cast<char*>(::operator new(2 * bufferRoom, std::align_val_t(PAGE_SIZE))));
     in = Io::PipeStreams::inputOf(*pipe);
     in->rdbuf()->pubsetbuf(buffers.get(), static_cast<std::streamsize>(bufferSize));
 }

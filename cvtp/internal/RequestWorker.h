@@ -88,11 +88,13 @@ class RequestWorker : public Poco::Runnable {
     /// The server's name, "/", and the worker's: how the log names it.
     std::string fullName;
     /// Of each stream, in bytes.
-    std::size_t bufferSize = 1;
+    const std::size_t bufferSize;
     /// The same in whole pages.
-    std::size_t bufferRoom = 0;
-    /// That of the input, and behind it that of the output.
-    std::unique_ptr<char, FreePages> buffers;
+    const std::size_t bufferRoom;
+    /// That of the input, and behind it that of the output; null when there was no memory, which is for run() to
+    /// tell. From the thread that accepts, as all else that a connection keeps: small blocks of the next ones then
+    /// fill what its whole pages leave between them.
+    const std::unique_ptr<char, FreePages> buffers;
     /// Where the current request is read and its response written: not on the stack, of which an idle connection
     /// would keep a page more for it.
     std::optional<CvtpMessageInImpl> reader;

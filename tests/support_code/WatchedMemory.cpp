@@ -64,6 +64,14 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
     return Corvane::Testing::allocate(size, static_cast<std::size_t>(alignment));
 }
 
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    try {
+        return Corvane::Testing::allocate(size, static_cast<std::size_t>(alignment));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 void operator delete(void* block, std::align_val_t) noexcept {
     std::free(block);
 }
