@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,6 +33,17 @@ const int QUIET_MS = 100;
 /// The first part of a wait of `timeoutMs`, 0 for one without end.
 int untilQuiet(int timeoutMs) {
     return timeoutMs == 0 ? QUIET_MS : std::min(timeoutMs, QUIET_MS);
+}
+
+/// Gives back what is whole pages of the system, whose pages may be larger than those of the caller: it would empty
+/// the rest of the last one as well, where somebody else's bytes stand. A system that does not want them back lets
+/// the connection keep them.
+void giveBack(const IdleMemory& idle) {
+    static const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t length = idle.length / page * page;
+    if (length > 0) {
+        calls().madvise(idle.data, length, MADV_DONTNEED);
+    }
 }
 
 /// There is no event here, but the line of the log keeps its form.
@@ -161,8 +173,7 @@ int PipeChannel::read(const Room* begin, const Room* end, int timeoutMs, IdleMem
             return readFailed(error);
         }
         if (error == EAGAIN && idle.length > 0) {
-            // A system that does not want them back lets the connection keep them.
-            calls().madvise(idle.data, idle.length, MADV_DONTNEED);
+            giveBack(idle);
             idle.length = 0;
         }
         if (!deadline.isUnlimited()) {

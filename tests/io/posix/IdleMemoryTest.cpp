@@ -21,7 +21,8 @@ namespace {
 using namespace Io;
 using ::testing::ElementsAre;
 
-const std::size_t SIZE = 8192;
+/// Whole pages, however large those of the system are.
+const std::size_t SIZE = 128 * 1024;
 
 class IdleMemoryTest : public PipeTest {
  protected:
@@ -84,7 +85,7 @@ TEST_F(IdleMemoryTest, TakesAWaitInTwoPartsAndGivesBackOnce) {
                        failure(EINTR, system.after(4000)), failure(EAGAIN, system.after(860))});
     EXPECT_THROW(readSome(connection.client, 5000), TimeoutException);
     EXPECT_THAT(system.getWaits(), ElementsAre(100, 4860, 860));
-    EXPECT_EQ(system.madeOf("madvise"), Lines{"madvise(8192)"});
+    EXPECT_EQ(system.madeOf("madvise"), Lines{"madvise(131072)"});
 }
 
 TEST_F(IdleMemoryTest, LeavesAWaitWithoutLimitAsItIs) {
@@ -115,6 +116,13 @@ TEST_F(IdleMemoryTest, ThatTheSystemDoesNotTakeStays) {
     EXPECT_EQ(readSome(connection.client, 5000), "data");
     EXPECT_EQ(kept(), static_cast<std::ptrdiff_t>(SIZE));
     EXPECT_EQ(log.texts(), Lines{});
+}
+
+TEST_F(IdleMemoryTest, IsNotGivenBackWithOtherBytesOfTheSamePage) {
+    // As a buffer of a small page is where the pages of the system are larger.
+    PipeStreams::setIdleMemory(connection.client, pages, SIZE - 1);
+    EXPECT_THROW(readSome(connection.client, 300), TimeoutException);
+    EXPECT_EQ(pages[SIZE - 1], 'x');
 }
 
 TEST_F(IdleMemoryTest, IsNoLongerGivenBackWhenThereIsNone) {
