@@ -1,6 +1,7 @@
 #include "cvtp/internal/RequestWorker.h"
 
 #include <algorithm>
+#include <exception>
 #include <istream>
 #include <new>
 #include <ostream>
@@ -40,6 +41,16 @@ const std::streamsize READ_OVER_PIECE = 64 * 1024;
 /// larger they stay. Bytes.
 const std::size_t PAGE_SIZE = 4096;
 
+/// For what ends a worker, which must go on whatever happens: a line for which there is no memory is missing.
+template <class Log>
+void tryToLog(const Log& log) noexcept {
+    try {
+        log();
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
 std::size_t inWholePages(std::size_t size) {
     return (size + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
 }
@@ -56,9 +67,11 @@ RequestWorker::RequestWorker(std::unique_ptr<Io::CvPipe> pipe, CvtpServer* serve
       buffers(static_cast<char*>(::operator new(2 * bufferRoom, std::align_val_t(PAGE_SIZE), std::nothrow))) {}
 
 RequestWorker::~RequestWorker() {
-    if (isDebug()) {
-        logDebug("Deleting worker " + fullName);
-    }
+    tryToLog([this] {
+        if (isDebug()) {
+            logDebug("Deleting worker " + fullName);
+        }
+    });
     // Before the buffers, on which its streams stand.
     pipe.reset();
 }
@@ -93,9 +106,11 @@ std::string RequestWorker::getName() const {
 }
 
 void RequestWorker::stop() {
-    if (isDebug()) {
-        logDebug("Stopping worker " + fullName);
-    }
+    tryToLog([this] {
+        if (isDebug()) {
+            logDebug("Stopping worker " + fullName);
+        }
+    });
     stopRequested = true;
     closePipe();
 }
@@ -126,11 +141,13 @@ void RequestWorker::serve() {
             writer.reset();
         }
     } catch (...) {
-        logInfo("Application error detected. The pipe will be closed.");
+        tryToLog([] { logInfo("Application error detected. The pipe will be closed."); });
     }
-    if (isDebug()) {
-        logDebug("Closing CvPipe (" + fullName + "). ");
-    }
+    tryToLog([this] {
+        if (isDebug()) {
+            logDebug("Closing CvPipe (" + fullName + "). ");
+        }
+    });
     closePipe();
     busy = false;
 }

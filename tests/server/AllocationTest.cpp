@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <limits>
 #include <new>
+#include <string>
+#include <thread>
 
 #include "io/CvPipe.h"
 #include "tests/server/ServerTest.h"
@@ -72,6 +74,43 @@ TEST_F(AllocationTest, WithoutMemoryForItsBuffersAWorkerClosesItsConnection) {
     EXPECT_THAT(workerLines(log),
                 ElementsAre("INFO: Application error detected. The pipe will be closed.", closingLine()));
     EXPECT_EQ(RawClient("pipe").post("hello"), "hello");
+}
+
+/// A program with its memory watched knows the blocks of a text by their size, if it is long.
+const std::string LONG_NAME(1000, 's');
+const std::string WORKER_1 = LONG_NAME + "/Worker-1";
+
+std::size_t blockOf(const std::string& text) {
+    return text.size() + 1;
+}
+
+TEST_F(AllocationTest, WithoutMemoryForALineAWorkerClosesItsConnection) {
+    const LogCapture log;
+    RunningServer service("pipe");
+    service.server.setOption(CvtpServer::SERVER_NAME, LONG_NAME);
+    service.start();
+    const std::size_t size = blockOf("Closing CvPipe (" + WORKER_1);
+    WatchedMemory::watch(size, size, haveNoMemory);
+    RawClient client("pipe");
+    client.send("PUSH /r CVTP/1.0\r\n\r\n");
+    EXPECT_EQ(client.receiveToEnd(), "");
+    EXPECT_FALSE(WatchedMemory::isWatching());
+}
+
+TEST_F(AllocationTest, WithoutMemoryForALineAWorkerIsDeleted) {
+    const LogCapture log;
+    RunningServer service("pipe");
+    service.server.setOption(CvtpServer::SERVER_NAME, LONG_NAME);
+    service.start();
+    const int threads = service.server.idleRequestProcessors();
+    EXPECT_EQ(RawClient("pipe").post("first"), "first");
+    while (service.server.idleRequestProcessors() < threads) {
+        std::this_thread::yield();
+    }
+    const std::size_t size = blockOf("Deleting worker " + WORKER_1);
+    WatchedMemory::watch(size, size, haveNoMemory);
+    EXPECT_EQ(RawClient("pipe").post("second"), "second");
+    EXPECT_FALSE(WatchedMemory::isWatching());
 }
 
 }  // namespace
