@@ -178,7 +178,7 @@ class CVTP_EXPORT CvtpServer : public Poco::Runnable {
     bool waitForThread(const std::string& workerLabel, ThreadWait& wait);
     bool startWorker(Internal::Cvtp::RequestWorker& worker, const std::string& workerLabel, ThreadWait& wait);
     void recordWait(const std::string& workerLabel, const ThreadWait& wait);
-    void activateWorker(std::unique_ptr<Internal::Cvtp::RequestWorker> worker, const std::string& workerLabel);
+    int activateWorker(WorkersMap& entry);
     bool waitForShutdown(int milliseconds);
     bool freeFinishedWorkers();
     void cancelBusyWorkers(bool cancel);

@@ -156,16 +156,21 @@ void CvtpServer::assignToWorkerThread(std::unique_ptr<Io::CvPipe> pipe) {
     }
     const std::string name = "Worker-" + std::to_string(++workersUsed);
     const std::string label = StringUtils::joined({pipeName, "/", name});
-    auto worker = std::make_unique<RequestWorker>(std::move(pipe), this, name);
+    // With all the memory that its place takes: a worker that runs must not be deleted for want of that.
+    WorkersMap entry;
+    RequestWorker& worker = *(entry[name].worker = std::make_unique<RequestWorker>(std::move(pipe), this, name));
     freeFinishedWorkers();
     ThreadWait wait;
     do {
         if (!waitForThread(label, wait)) {
             return;
         }
-    } while (!startWorker(*worker, label, wait));
+    } while (!startWorker(worker, label, wait));
+    const int count = activateWorker(entry);
     recordWait(label, wait);
-    activateWorker(std::move(worker), label);
+    if (isDebug()) {
+        logDebug("Activated worker thread " + label + " (" + std::to_string(count) + ").");
+    }
 }
 
 /// @return false when the server was told to stop meanwhile.
@@ -219,18 +224,16 @@ void CvtpServer::recordWait(const std::string& workerLabel, const ThreadWait& wa
     }
 }
 
-/// Takes a worker that a thread is running by now into the map.
-void CvtpServer::activateWorker(std::unique_ptr<RequestWorker> worker, const std::string& workerLabel) {
-    // Whatever happens here, a running worker must not be deleted.
-    RequestWorker* const activated = worker.release();
+/// Takes a worker that a thread is running by now into the map. Throws nothing.
+///
+/// @return how many there are.
+int CvtpServer::activateWorker(WorkersMap& entry) {
     const PoolLock lock(workerLock);
     cancelBusyWorkers(false);
-    workers[activated->getName()].worker.reset(activated);
+    workers.merge(entry);
     const int count = static_cast<int>(workers.size());
     peakThreads = std::max(peakThreads.load(), count);
-    if (isDebug()) {
-        logDebug("Activated worker thread " + workerLabel + " (" + std::to_string(count) + ").");
-    }
+    return count;
 }
 
 /// @return whether the server was told to stop within the time.

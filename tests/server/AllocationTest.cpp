@@ -3,6 +3,7 @@
 
 #include <Poco/ThreadPool.h>
 
+#include <array>
 #include <cstddef>
 #include <limits>
 #include <new>
@@ -111,6 +112,25 @@ TEST_F(AllocationTest, WithoutMemoryForALineAWorkerIsDeleted) {
     WatchedMemory::watch(size, size, haveNoMemory);
     EXPECT_EQ(RawClient("pipe").post("second"), "second");
     EXPECT_FALSE(WatchedMemory::isWatching());
+}
+
+TEST_F(AllocationTest, WithoutMemoryForALineAWorkerThatRunsIsStoppedAndNotDeleted) {
+    const std::string name(200, 'p');
+    const LogCapture log;
+    RunningServer service(name);
+    service.server.setOption(CvtpServer::MAX_REQUEST_PROCESSORS, 3);
+    service.server.setOption(CvtpServer::IDLE_TIMEOUT, 1000);
+    service.start();
+    std::array<RawClient, 3> clients{RawClient(name), RawClient(name), RawClient(name)};
+    RawClient fourth(name);
+    EXPECT_TRUE(log.waitFor("INFO: Waiting for thread to process CvPipe worker " + name + "/Worker-4"));
+    const std::size_t size = blockOf("Done waiting for thread to process CvPipe worker " + name + "/Worker-4");
+    WatchedMemory::watch(size, size, haveNoMemory);
+    clients[0].close();
+    EXPECT_THROW(service.join(), std::bad_alloc);
+    EXPECT_FALSE(WatchedMemory::isWatching());
+    EXPECT_TRUE(log.has("DEBUG: Stopping worker CvtpServer/Worker-4"));
+    EXPECT_EQ(fourth.receiveToEnd(), "");
 }
 
 }  // namespace
