@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace Corvane {
 namespace Internal {
@@ -126,7 +127,8 @@ void giveSignalsBack() {
     }
 }
 
-/// A stack for the signal handler, so that a handler of requests that used up its own can be abandoned too.
+/// A stack for the signal handler, so that a handler of requests that used up its own can be abandoned too. Without
+/// memory for it there is none: the work is guarded against all other faults.
 class AlternateStack {
  public:
     AlternateStack() {
@@ -134,7 +136,10 @@ class AlternateStack {
         if ((before.ss_flags & SS_DISABLE) == 0) {
             return;
         }
-        memory = std::make_unique<char[]>(SIZE);
+        memory.reset(new (std::nothrow) char[SIZE]);
+        if (memory == nullptr) {
+            return;
+        }
         stack_t stack = {};
         stack.ss_sp = memory.get();
         stack.ss_size = SIZE;

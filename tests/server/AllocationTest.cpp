@@ -133,6 +133,16 @@ TEST_F(AllocationTest, WithoutMemoryForALineAWorkerThatRunsIsStoppedAndNotDelete
     EXPECT_EQ(fourth.receiveToEnd(), "");
 }
 
+TEST_F(AllocationTest, WithoutMemoryForTheStackOfAFaultGuardAConnectionIsServed) {
+    RunningServer service("pipe");
+    CvtpServer::setExceptionHandler([](unsigned int, void*) { return 0; });
+    service.start();
+    // A sanitizer may have given the thread such a stack already.
+    WatchedMemory::watch(64 * 1024, 64 * 1024, haveNoMemory);
+    EXPECT_EQ(RawClient("pipe").post("hello"), "hello");
+    CvtpServer::setExceptionHandler(nullptr);
+}
+
 }  // namespace
 
 }  // namespace Testing

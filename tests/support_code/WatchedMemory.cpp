@@ -60,6 +60,14 @@ void* operator new[](std::size_t size) {
     return Corvane::Testing::allocate(size);
 }
 
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return Corvane::Testing::allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 void* operator new(std::size_t size, std::align_val_t alignment) {
     return Corvane::Testing::allocate(size, static_cast<std::size_t>(alignment));
 }
