@@ -5,6 +5,8 @@
 #include <new>
 #include <vector>
 
+#include "io/platform/PipePlatform.h"
+
 namespace Corvane {
 namespace Io {
 namespace PipeStreams {
@@ -15,6 +17,8 @@ namespace {
 template <class Stream>
 class Shelf {
  public:
+    Shelf() { Platform::holdWhileForking(lock); }
+
     Stream* take(std::streambuf* buffer) {
         std::unique_ptr<Stream> stream = takeKept();
         if (stream == nullptr) {

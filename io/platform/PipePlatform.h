@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -138,6 +139,11 @@ std::optional<std::string> environmentVariable(const char* name);
 /// Milliseconds since 1970, for those who ask often and need not know exactly: between two ticks of the system,
 /// which are 1 to 16 ms apart, the time stands still.
 std::int64_t coarseTime();
+
+/// From now on nobody has `lock` while the process forks, but the thread that does: the child, in which there is no
+/// other thread to give it back, finds it free and what it guards whole. For a lock that is as old as the process
+/// gets, and that nobody holds for long or while he forks.
+void holdWhileForking(std::mutex& lock);
 
 }  // namespace Platform
 }  // namespace Io
