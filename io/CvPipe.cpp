@@ -132,6 +132,7 @@ void CvPipe::closePipe() {
     {
         const std::lock_guard<std::mutex> lock(handleLock);
         const std::uint32_t before = calls.fetch_or(CLOSED);
+        // One that was closed before has been let go of, or will be by its last call.
         if (before == 0) {
             channel.swap(handle);
         } else if ((before & CLOSED) == 0) {

@@ -129,9 +129,6 @@ void RequestWorker::dropUnlessStarted() {
 
 void RequestWorker::serve() {
     try {
-        if (buffers == nullptr) {
-            throw std::bad_alloc();
-        }
         installInputBuffer();
         // One for all messages of the connection, so that its memory is allocated once.
         Xml::Utf8String scratch;
@@ -153,6 +150,9 @@ void RequestWorker::serve() {
 }
 
 void RequestWorker::installInputBuffer() {
+    if (buffers == nullptr) {
+        throw std::bad_alloc();
+    }
     in = Io::PipeStreams::inputOf(*pipe);
     in->rdbuf()->pubsetbuf(buffers.get(), static_cast<std::streamsize>(bufferSize));
 }
